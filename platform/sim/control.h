@@ -1,0 +1,16 @@
+// Test-side controls of the simulated platform: what a test may inspect or provoke that a
+// program on the real platform cannot.
+#pragma once
+
+#include "platform/standin/types.h"
+
+namespace sim {
+
+// Number of unbalanced CoInitialize calls on the calling thread.
+LIBAUDIO_PLATFORM_API int comInitCount();
+// The next CoInitialize/CoInitializeEx on any thread fails with this code.
+LIBAUDIO_PLATFORM_API void failNextCoInitialize(HRESULT code);
+// Calls of CoUninitialize on the calling thread since it started.
+LIBAUDIO_PLATFORM_API int comUninitializeCalls();
+
+} // namespace sim

@@ -1,0 +1,23 @@
+// The subcommands of audiodiag. Each registers its options on the parser and returns
+// the action to run once the command line is parsed.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+namespace audiodiag {
+
+// Exit codes: the operation worked, the operation (the test) failed, the command was misused.
+enum ExitCode { EXIT_OK = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
+
+struct GlobalOptions {
+    bool json = false;
+};
+
+using Action = std::function<int()>;
+
+Action addToneCommand(CLI::App& app, const GlobalOptions& global);
+Action addWavInfoCommand(CLI::App& app, const GlobalOptions& global);
+
+} // namespace audiodiag

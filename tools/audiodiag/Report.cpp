@@ -1,0 +1,52 @@
+#include "Report.h"
+
+#include <iostream>
+
+namespace audiodiag {
+
+namespace {
+
+std::string plain(const nlohmann::ordered_json& value) {
+    if (value.is_string()) {
+        return value.get<std::string>();
+    }
+    if (value.is_number_float()) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%.6g", value.get<double>());
+        return text;
+    }
+    return value.dump();
+}
+
+void printText(const nlohmann::ordered_json& value, const std::string& indent) {
+    for (const auto& [key, item] : value.items()) {
+        if (item.is_object()) {
+            std::cout << indent << key << ":\n";
+            printText(item, indent + "  ");
+        } else if (item.is_array() && !item.empty() && item.front().is_object()) {
+            std::cout << indent << key << ":\n";
+            for (const auto& element : item) {
+                std::cout << indent << "  -\n";
+                printText(element, indent + "    ");
+            }
+        } else {
+            std::cout << indent << key << ": " << plain(item) << "\n";
+        }
+    }
+}
+
+} // namespace
+
+void printReport(const nlohmann::ordered_json& report, bool json) {
+    if (json) {
+        std::cout << report.dump(2) << "\n";
+    } else {
+        printText(report, "");
+    }
+}
+
+void printError(const std::string& message) {
+    std::cerr << "audiodiag: " << message << "\n";
+}
+
+} // namespace audiodiag

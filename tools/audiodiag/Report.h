@@ -1,0 +1,14 @@
+// Output of audiodiag: plain text for people, JSON with --json.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+namespace audiodiag {
+
+void printReport(const nlohmann::ordered_json& report, bool json);
+// An error for the user on stderr, prefixed with the program's name.
+void printError(const std::string& message);
+
+} // namespace audiodiag

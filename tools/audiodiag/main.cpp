@@ -1,0 +1,28 @@
+// audiodiag: what libAudio sees and does, from the command line.
+#include "Commands.h"
+
+int main(int argc, char** argv) {
+    using namespace audiodiag;
+    CLI::App app{"audiodiag: audio diagnostics on top of libAudio"};
+    app.require_subcommand(1);
+    GlobalOptions global;
+    app.add_flag("--json", global.json, "Machine-readable output");
+
+    std::vector<std::pair<CLI::App*, Action>> commands;
+    CLI::App* tone = app.add_subcommand("tone", "Write a test tone to a WAV file");
+    commands.emplace_back(tone, addToneCommand(*tone, global));
+    CLI::App* info = app.add_subcommand("wav-info", "Describe and measure a WAV file");
+    commands.emplace_back(info, addWavInfoCommand(*info, global));
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    for (auto& [command, action] : commands) {
+        if (command->parsed()) {
+            return action();
+        }
+    }
+    return EXIT_USAGE;
+}
