@@ -1,7 +1,7 @@
 // The part of the component-model runtime the library uses.
 #pragma once
 
-#include "platform/standin/types.h"
+#include "platform/standin/unknwn.h"
 
 #define COINIT_APARTMENTTHREADED 0x2
 #define COINIT_MULTITHREADED 0x0
@@ -14,4 +14,9 @@ LIBAUDIO_PLATFORM_API HRESULT CoInitializeEx(LPVOID reserved, DWORD coInit);
 LIBAUDIO_PLATFORM_API void CoUninitialize(void);
 LIBAUDIO_PLATFORM_API LPVOID CoTaskMemAlloc(std::size_t size);
 LIBAUDIO_PLATFORM_API void CoTaskMemFree(LPVOID block);
+// Creates the simulated platform's objects; CLSID_MMDeviceEnumerator is the one class known.
+LIBAUDIO_PLATFORM_API HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter,
+                                               DWORD dwClsContext, REFIID riid, LPVOID* ppv);
+// Parses "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}"; CO_E_CLASSSTRING when malformed.
+LIBAUDIO_PLATFORM_API HRESULT CLSIDFromString(LPCOLESTR lpsz, LPCLSID pclsid);
 }

@@ -11,6 +11,12 @@ struct CRITICAL_SECTION {
 typedef CRITICAL_SECTION* LPCRITICAL_SECTION;
 
 #define EXCEPTION_NONCONTINUABLE 0x1
+#define INFINITE 0xFFFFFFFF
+#define WAIT_OBJECT_0 0x00000000L
+#define WAIT_ABANDONED 0x00000080L
+#define WAIT_TIMEOUT 0x00000102L
+#define WAIT_FAILED 0xFFFFFFFF
+#define ERROR_INVALID_HANDLE 6L
 
 // What RaiseException throws where there is no structured exception handling.
 class LIBAUDIO_PLATFORM_API StructuredException : public std::runtime_error {
@@ -32,6 +38,16 @@ LIBAUDIO_PLATFORM_API void LeaveCriticalSection(LPCRITICAL_SECTION section);
 LIBAUDIO_PLATFORM_API void Sleep(DWORD milliseconds);
 LIBAUDIO_PLATFORM_API DWORD GetLastError(void);
 LIBAUDIO_PLATFORM_API void SetLastError(DWORD error);
+
+// Events and waits.
+LIBAUDIO_PLATFORM_API HANDLE CreateEventW(void* securityAttributes, BOOL manualReset,
+                                          BOOL initialState, LPCWSTR name);
+LIBAUDIO_PLATFORM_API BOOL SetEvent(HANDLE event);
+LIBAUDIO_PLATFORM_API BOOL ResetEvent(HANDLE event);
+LIBAUDIO_PLATFORM_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+LIBAUDIO_PLATFORM_API DWORD WaitForSingleObjectEx(HANDLE handle, DWORD milliseconds,
+                                                  BOOL alertable);
+LIBAUDIO_PLATFORM_API BOOL CloseHandle(HANDLE handle);
 }
 
 // Not extern "C": it throws.

@@ -75,3 +75,34 @@ inline bool operator!=(const GUID& a, const GUID& b) {
 inline bool IsEqualGUID(const GUID& a, const GUID& b) {
     return a == b;
 }
+typedef const GUID* LPCGUID;
+typedef GUID* LPCLSID;
+typedef std::int16_t SHORT;
+typedef std::uint16_t USHORT;
+typedef unsigned char UCHAR;
+typedef float FLOAT;
+typedef BOOL WINBOOL;
+typedef DWORD COLORREF;
+typedef const WCHAR* LPCOLESTR;
+typedef WCHAR* LPOLESTR;
+typedef std::uintptr_t WPARAM;
+typedef std::intptr_t LPARAM;
+typedef std::intptr_t LRESULT;
+
+// The interface id of an interface type, as __uuidof gives it on Windows.
+template <class Interface> struct InterfaceIdOf;
+
+#define STANDIN_INTERFACE_ID(Interface)                                                            \
+    template <> struct InterfaceIdOf<Interface> {                                                  \
+        static const IID& value() { return IID_##Interface; }                                      \
+    }
+
+#define E_NOTFOUND ((HRESULT)0x80070490L)
+#define CO_E_CLASSSTRING ((HRESULT)0x800401F3L)
+#define REGDB_E_CLASSNOTREG ((HRESULT)0x80040154L)
+#define CLASS_E_NOAGGREGATION ((HRESULT)0x80040110L)
+#define CO_E_NOTINITIALIZED ((HRESULT)0x800401F0L)
+#define NOERROR 0
+#define HRESULT_FROM_WIN32(x)                                                                      \
+    ((HRESULT)(x) <= 0 ? ((HRESULT)(x)) : ((HRESULT)(((x)&0x0000FFFF) | (7 << 16) | 0x80000000)))
+#define ERROR_NOT_FOUND 1168L

@@ -1,5 +1,6 @@
 // audiodiag: what libAudio sees and does, from the command line.
 #include "Commands.h"
+#include "Machines.h"
 
 int main(int argc, char** argv) {
     using namespace audiodiag;
@@ -7,17 +8,24 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     GlobalOptions global;
     app.add_flag("--json", global.json, "Machine-readable output");
+    std::string machine;
+    app.add_option("--machine", machine, "Simulated machine: a bundled name or a JSON file");
 
     std::vector<std::pair<CLI::App*, Action>> commands;
     CLI::App* tone = app.add_subcommand("tone", "Write a test tone to a WAV file");
     commands.emplace_back(tone, addToneCommand(*tone, global));
     CLI::App* info = app.add_subcommand("wav-info", "Describe and measure a WAV file");
     commands.emplace_back(info, addWavInfoCommand(*info, global));
+    CLI::App* machines = app.add_subcommand("machines", "List the bundled simulated machines");
+    commands.emplace_back(machines, addMachinesCommand(*machines, global));
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    if (!machine.empty() && !useMachine(machine)) {
+        return EXIT_USAGE;
     }
     for (auto& [command, action] : commands) {
         if (command->parsed()) {
