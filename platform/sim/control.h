@@ -3,6 +3,9 @@
 #pragma once
 
 #include "platform/standin/types.h"
+#include "platform/standin/winuser.h"
+
+#include <vector>
 
 namespace sim {
 
@@ -12,5 +15,14 @@ LIBAUDIO_PLATFORM_API int comInitCount();
 LIBAUDIO_PLATFORM_API void failNextCoInitialize(HRESULT code);
 // Calls of CoUninitialize on the calling thread since it started.
 LIBAUDIO_PLATFORM_API int comUninitializeCalls();
+
+struct PostedMessage {
+    HWND window;
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
+};
+// The window messages posted since the last call, oldest first.
+LIBAUDIO_PLATFORM_API std::vector<PostedMessage> takePostedMessages();
 
 } // namespace sim

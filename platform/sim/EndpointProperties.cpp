@@ -1,0 +1,97 @@
+#include "platform/sim/EndpointProperties.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace sim {
+
+namespace {
+
+// The adapter's device instance path, its name and its driver live under these keys.
+constexpr PROPERTYKEY kInstancePath = {
+    {0xB3F8FA53, 0x0004, 0x438E, {0x90, 0x03, 0x51, 0xA4, 0x6E, 0x13, 0x9B, 0xFC}}, 2};
+constexpr PROPERTYKEY kAdapterName = {
+    {0xB3F8FA53, 0x0004, 0x438E, {0x90, 0x03, 0x51, 0xA4, 0x6E, 0x13, 0x9B, 0xFC}}, 6};
+constexpr PROPERTYKEY kDriverNodeStrongName = {
+    {0x83DA6326, 0x97A6, 0x4088, {0x94, 0x53, 0xA1, 0x92, 0x3F, 0x57, 0x3B, 0x29}}, 3};
+
+model::PropertyValue text(const std::string& value) {
+    model::PropertyValue v;
+    v.type = model::PropertyValue::Type::String;
+    v.text = value;
+    return v;
+}
+
+model::PropertyValue number(std::uint32_t value) {
+    model::PropertyValue v;
+    v.type = model::PropertyValue::Type::UInt32;
+    v.number = value;
+    return v;
+}
+
+model::PropertyValue blob(const void* data, std::size_t size) {
+    model::PropertyValue v;
+    v.type = model::PropertyValue::Type::Blob;
+    const auto* bytes = static_cast<const std::uint8_t*>(data);
+    v.blob.assign(bytes, bytes + size);
+    return v;
+}
+
+void putAdapterProperties(PropertyMap& p, const model::Adapter& adapter) {
+    p[toModelKey(kInstancePath)] = text("{1}." + adapter.instanceId);
+    p[toModelKey(kAdapterName)] = text(adapter.friendlyName);
+    p[toModelKey(PKEY_DeviceInterface_FriendlyName)] = text(adapter.friendlyName);
+    p[toModelKey(PKEY_Device_EnumeratorName)] = text(adapter.enumerator);
+    if (!adapter.driverNodeStrongName.empty()) {
+        p[toModelKey(kDriverNodeStrongName)] = text(adapter.driverNodeStrongName);
+    }
+}
+
+} // namespace
+
+model::PropertyKey toModelKey(const PROPERTYKEY& key) {
+    return {key.fmtid, key.pid};
+}
+
+PROPERTYKEY toPlatformKey(const model::PropertyKey& key) {
+    return {key.fmtid, key.pid};
+}
+
+std::string guidText(const GUID& g) {
+    char out[40];
+    std::snprintf(out, sizeof out, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
+                  unsigned(g.Data1), unsigned(g.Data2), unsigned(g.Data3), g.Data4[0], g.Data4[1],
+                  g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
+    return out;
+}
+
+std::string keyText(const PROPERTYKEY& key) {
+    return guidText(key.fmtid) + "," + std::to_string(key.pid);
+}
+
+PropertyMap endpointProperties(const model::Machine& machine, const model::Endpoint& e) {
+    PropertyMap p;
+    p[toModelKey(PKEY_Device_DeviceDesc)] = text(e.description);
+    p[toModelKey(PKEY_Device_FriendlyName)] = text(e.friendlyName);
+    p[toModelKey(PKEY_AudioEndpoint_FormFactor)] = number(e.formFactor);
+    p[toModelKey(PKEY_AudioEndpoint_PhysicalSpeakers)] = number(e.physicalSpeakers);
+    p[toModelKey(PKEY_AudioEndpoint_Supports_EventDriven_Mode)] = number(e.eventDriven ? 1 : 0);
+    p[toModelKey(PKEY_AudioEndpoint_JackSubType)] = text(guidText(e.jackSubType));
+    p[toModelKey(PKEY_AudioEngine_DeviceFormat)] = blob(&e.deviceFormat, sizeof e.deviceFormat);
+    if (!e.directSoundGuid.empty()) {
+        p[toModelKey(PKEY_AudioEndpoint_GUID)] = text(e.directSoundGuid);
+    }
+    if (const model::Adapter* adapter = machine.findAdapter(e.adapter)) {
+        putAdapterProperties(p, *adapter);
+    }
+    for (const auto& [key, value] : e.propertyOverrides) {
+        if (value) {
+            p[key] = *value;
+        } else {
+            p.erase(key);
+        }
+    }
+    return p;
+}
+
+} // namespace sim

@@ -1,0 +1,179 @@
+#include "platform/sim/ComObject.h"
+#include "platform/sim/DeviceObjects.h"
+#include "platform/sim/Notifier.h"
+#include "platform/sim/Runtime.h"
+
+#include <cctype>
+
+namespace sim {
+
+namespace {
+
+const char* flowName(EDataFlow flow) {
+    return flow == eRender ? "render" : flow == eCapture ? "capture" : "all";
+}
+
+bool sameId(const std::string& a, const std::string& b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower((unsigned char)x) == std::tolower((unsigned char)y);
+           });
+}
+
+std::string utf8(LPCWSTR text) {
+    std::string out;
+    for (; *text; ++text) {
+        char16_t c = *text;
+        if (c < 0x80) {
+            out += char(c);
+        } else if (c < 0x800) {
+            out += char(0xC0 | (c >> 6));
+            out += char(0x80 | (c & 0x3F));
+        } else {
+            out += char(0xE0 | (c >> 12));
+            out += char(0x80 | ((c >> 6) & 0x3F));
+            out += char(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+class Enumerator final : public ComObject<Enumerator, IMMDeviceEnumerator> {
+public:
+    HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD mask,
+                                                 IMMDeviceCollection** out) override {
+        if (!out) {
+            return E_POINTER;
+        }
+        *out = nullptr;
+        if (flow < eRender || flow > eAll || mask == 0 || (mask & ~DWORD(DEVICE_STATEMASK_ALL))) {
+            return E_INVALIDARG;
+        }
+        if (HRESULT fault = injectedFault("EnumAudioEndpoints", flowName(flow))) {
+            return fault;
+        }
+        std::vector<std::string> ids;
+        withMachine([&](model::Machine& m) {
+            for (const model::Endpoint& e : m.endpoints) {
+                if ((flow == eAll || int(e.flow) == int(flow)) && (e.state & mask)) {
+                    ids.push_back(e.id);
+                }
+            }
+        });
+        *out = createCollection(std::move(ids));
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role,
+                                                      IMMDevice** out) override {
+        if (!out) {
+            return E_POINTER;
+        }
+        *out = nullptr;
+        if ((flow != eRender && flow != eCapture) || role < eConsole || role > eCommunications) {
+            return E_INVALIDARG;
+        }
+        if (HRESULT fault = injectedFault("GetDefaultAudioEndpoint", flowName(flow))) {
+            return fault;
+        }
+        std::string id = defaultEndpoint(flow, role);
+        if (id.empty()) {
+            return E_NOTFOUND;
+        }
+        *out = createDevice(id);
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR wantedId, IMMDevice** out) override {
+        if (!out || !wantedId) {
+            return E_POINTER;
+        }
+        *out = nullptr;
+        std::string wanted = utf8(wantedId);
+        if (HRESULT fault = injectedFault("GetDevice", wanted)) {
+            return fault;
+        }
+        std::string id = readMachine<std::string>([&](const model::Machine& m) {
+            for (const model::Endpoint& e : m.endpoints) {
+                if (sameId(e.id, wanted)) {
+                    return e.id;
+                }
+            }
+            return std::string();
+        });
+        if (id.empty()) {
+            return E_NOTFOUND;
+        }
+        *out = createDevice(id);
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE
+    RegisterEndpointNotificationCallback(IMMNotificationClient* client) override {
+        if (HRESULT fault = injectedFault("RegisterEndpointNotificationCallback", "")) {
+            return fault;
+        }
+        return registerEndpointClient(client);
+    }
+
+    HRESULT STDMETHODCALLTYPE
+    UnregisterEndpointNotificationCallback(IMMNotificationClient* client) override {
+        if (HRESULT fault = injectedFault("UnregisterEndpointNotificationCallback", "")) {
+            return fault;
+        }
+        return unregisterEndpointClient(client);
+    }
+
+private:
+    // The default endpoint of a role, if it is there and active.
+    static std::string defaultEndpoint(EDataFlow flow, ERole role) {
+        return readMachine<std::string>([&](const model::Machine& m) {
+            const std::string& id =
+                flow == eRender ? m.defaultRender[role] : m.defaultCapture[role];
+            const model::Endpoint* e = m.findEndpoint(id);
+            return e && e->state == model::STATE_ACTIVE ? id : std::string();
+        });
+    }
+};
+
+class Collection final : public ComObject<Collection, IMMDeviceCollection> {
+public:
+    explicit Collection(std::vector<std::string> ids) : m_ids(std::move(ids)) {}
+
+    HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
+        if (!count) {
+            return E_POINTER;
+        }
+        *count = UINT(m_ids.size());
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE Item(UINT index, IMMDevice** out) override {
+        if (!out) {
+            return E_POINTER;
+        }
+        *out = nullptr;
+        if (index >= m_ids.size()) {
+            return E_INVALIDARG;
+        }
+        if (HRESULT fault = injectedFault("Item", m_ids[index])) {
+            return fault;
+        }
+        *out = createDevice(m_ids[index]);
+        return S_OK;
+    }
+
+private:
+    const std::vector<std::string> m_ids; // a snapshot, as the platform's collections are
+};
+
+} // namespace
+
+IMMDeviceEnumerator* createEnumerator() {
+    return Enumerator::create();
+}
+
+IMMDeviceCollection* createCollection(std::vector<std::string> endpointIds) {
+    return Collection::create(std::move(endpointIds));
+}
+
+} // namespace sim
