@@ -40,4 +40,19 @@ assert abs(r["duration_seconds"] - 0.1) < 1e-9, r
 # A full sine of peak 16384 has a standard deviation of 16384 / sqrt(2).
 assert abs(r["channels"][0]["std_dev"] - 16384 / 2 ** 0.5) < 5, r
 PY
+# Volume: a change is applied and reported; a level outside the range is refused.
+expect 0 "volume set" "$audiodiag" --json volume headphones --set 40
+python3 -c 'import json,sys; r=json.load(open(sys.argv[1])); assert r["volume"]["master_percent"] == 40, r' \
+    "$dir/out" || fail "volume report"
+expect 1 "volume above range" "$audiodiag" volume headphones --set-db 5
+expect 2 "ambiguous endpoint" "$audiodiag" endpoint speakers
+expect 2 "unknown endpoint" "$audiodiag" endpoint nothing-like-this
+expect 2 "unknown machine" "$audiodiag" --machine no-such-machine endpoints
+printf '{"endpoints": [{"flow": "sideways"}]}' >"$dir/bad.json"
+expect 2 "malformed machine" "$audiodiag" --machine "$dir/bad.json" endpoints
+grep -q 'endpoints\[0\].flow' "$dir/err" || fail "malformed machine message names the field"
+expect 0 "mute by name" "$audiodiag" --json volume "Speakers (Realtek High Definition Audio)" --mute
+python3 -c 'import json,sys; assert json.load(open(sys.argv[1]))["volume"]["muted"]' "$dir/out" \
+    || fail "mute report"
+
 echo "cli: ok"

@@ -19,5 +19,8 @@ using Action = std::function<int()>;
 
 Action addToneCommand(CLI::App& app, const GlobalOptions& global);
 Action addWavInfoCommand(CLI::App& app, const GlobalOptions& global);
+Action addEndpointsCommand(CLI::App& app, const GlobalOptions& global);
+Action addEndpointCommand(CLI::App& app, const GlobalOptions& global);
+Action addVolumeCommand(CLI::App& app, const GlobalOptions& global);
 
 } // namespace audiodiag

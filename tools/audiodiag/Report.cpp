@@ -29,6 +29,11 @@ void printText(const nlohmann::ordered_json& value, const std::string& indent) {
                 std::cout << indent << "  -\n";
                 printText(element, indent + "    ");
             }
+        } else if (item.is_array() && !item.empty()) {
+            std::cout << indent << key << ":\n";
+            for (const auto& element : item) {
+                std::cout << indent << "  " << plain(element) << "\n";
+            }
         } else {
             std::cout << indent << key << ": " << plain(item) << "\n";
         }

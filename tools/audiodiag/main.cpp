@@ -16,6 +16,12 @@ int main(int argc, char** argv) {
     commands.emplace_back(tone, addToneCommand(*tone, global));
     CLI::App* info = app.add_subcommand("wav-info", "Describe and measure a WAV file");
     commands.emplace_back(info, addWavInfoCommand(*info, global));
+    CLI::App* endpoints = app.add_subcommand("endpoints", "List every endpoint by state");
+    commands.emplace_back(endpoints, addEndpointsCommand(*endpoints, global));
+    CLI::App* endpoint = app.add_subcommand("endpoint", "Show one endpoint in full");
+    commands.emplace_back(endpoint, addEndpointCommand(*endpoint, global));
+    CLI::App* volume = app.add_subcommand("volume", "Read or set an endpoint's volume and mute");
+    commands.emplace_back(volume, addVolumeCommand(*volume, global));
     CLI::App* machines = app.add_subcommand("machines", "List the bundled simulated machines");
     commands.emplace_back(machines, addMachinesCommand(*machines, global));
 

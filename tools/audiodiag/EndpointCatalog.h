@@ -1,0 +1,46 @@
+// The endpoints of the machine as audiodiag shows them, and the lookup of an endpoint by
+// full id, unique id prefix or name.
+#pragma once
+
+#include "libAudio/AudioDevice.h"
+
+#include <nlohmann/json.hpp>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace audiodiag {
+
+struct EndpointEntry {
+    AudioDevice device;
+    EDataFlow flow;
+};
+
+class EndpointCatalog {
+public:
+    EndpointCatalog(); // enumerates every endpoint of both flows, whatever its state
+    const std::vector<EndpointEntry>& entries() const { return m_entries; }
+    // The endpoint the user means, or nothing with the reason in `why`.
+    const EndpointEntry* find(const std::string& wanted, std::string& why) const;
+
+private:
+    std::vector<EndpointEntry> m_entries;
+};
+
+std::string text(const qel::String& s);
+std::string guidText(const GUID& guid);
+std::string stateName(std::uint32_t state);
+std::string flowName(EDataFlow flow);
+// "Speakers (Realtek High Definition Audio)": the endpoint type and the adapter's name.
+std::string displayName(const AudioDevice& device);
+// The KSNODETYPE name of a node GUID ("SPEAKER"), or the GUID's text.
+std::string nodeTypeName(const GUID& nodeType);
+// The form factor property, which the cached properties do not carry.
+std::optional<std::uint32_t> formFactor(const AudioDevice& device);
+std::string formFactorName(std::optional<std::uint32_t> formFactor);
+
+// The summary row of one endpoint.
+nlohmann::ordered_json endpointSummary(const EndpointEntry& entry);
+
+} // namespace audiodiag
