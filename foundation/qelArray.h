@@ -16,7 +16,9 @@ template <class T> class Array {
 public:
     Array() = default;
     explicit Array(Uint32 initialCapacity) {
-        QEL_ASSERT(initialCapacity <= (Uint32(0xffffffffU) - sizeof(ArrayRep<T>)) / sizeof(T));
+        // Log readers match this exact text, without the blanks the formatter puts in.
+        QEL_ASSERT_TEXT(initialCapacity <= (Uint32(0xffffffffU) - sizeof(ArrayRep<T>)) / sizeof(T),
+                        "initialCapacity <= (Uint32(0xffffffffU)-sizeof(ArrayRep<T>))/sizeof(T)");
         m_items.reserve(initialCapacity);
     }
 

@@ -33,10 +33,13 @@ public:
 
 } // namespace qel
 
-#define QEL_ASSERT(condition)                                                                      \
+#define QEL_ASSERT(condition) QEL_ASSERT_TEXT(condition, #condition)
+
+// For conditions whose reported text must differ from the source's formatting.
+#define QEL_ASSERT_TEXT(condition, text)                                                           \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
-            ::qel::AssertionFailure::logAssert(__FILE__, __LINE__, #condition);                    \
-            ::qel::AssertionFailure::raise(__FILE__, __LINE__, #condition);                        \
+            ::qel::AssertionFailure::logAssert(__FILE__, __LINE__, text);                          \
+            ::qel::AssertionFailure::raise(__FILE__, __LINE__, text);                              \
         }                                                                                          \
     } while (0)

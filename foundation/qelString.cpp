@@ -45,12 +45,13 @@ void appendUtf8(std::string& out, char32_t c) {
 // Decodes one UTF-8 sequence at text[i]; malformed input yields U+FFFD and one byte.
 char32_t decodeUtf8(const std::string& text, std::size_t& i) {
     unsigned char lead = text[i++];
-    int extra = lead < 0x80                   ? 0
-                : lead >= 0xF0 && lead < 0xF5 ? 3
-                : lead >= 0xE0                ? 2
-                : lead >= 0xC2                ? 1
-                                              : -1;
-    if (extra < 0 || (lead >= 0x80 && lead < 0xC0)) {
+    int extra = lead < 0x80    ? 0
+                : lead >= 0xF5 ? -1
+                : lead >= 0xF0 ? 3
+                : lead >= 0xE0 ? 2
+                : lead >= 0xC2 ? 1
+                               : -1;
+    if (extra < 0) {
         return 0xFFFD;
     }
     char32_t c = extra == 0 ? lead : lead & (0x3F >> extra);
@@ -59,6 +60,11 @@ char32_t decodeUtf8(const std::string& text, std::size_t& i) {
             return 0xFFFD;
         }
         c = (c << 6) | (static_cast<unsigned char>(text[i++]) & 0x3F);
+    }
+    // Overlong forms, surrogates and values beyond U+10FFFF are not characters.
+    static const char32_t least[] = {0, 0x80, 0x800, 0x10000};
+    if (c < least[extra] || c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) {
+        return 0xFFFD;
     }
     return c;
 }

@@ -38,7 +38,12 @@ qel::String QELValue::toHexString(bool prefixed) const {
     std::string text;
     if (const auto* array = std::get_if<qel::Array<unsigned int>>(&m_value)) {
         for (unsigned int item : *array) {
-            text += (text.empty() ? "" : ",") + hex(item, prefixed);
+            // Appending in two steps: GCC 12 at -O3 flags the operator+ form with a
+            // false -Wrestrict.
+            if (!text.empty()) {
+                text += ',';
+            }
+            text += hex(item, prefixed);
         }
     } else if (const int* i = std::get_if<int>(&m_value)) {
         text = hex(unsigned(*i), prefixed);
