@@ -34,6 +34,43 @@ unsigned int blocksInside(std::uint64_t size, unsigned int numBlocks, unsigned i
     return inside < numBlocks ? unsigned(inside) : numBlocks;
 }
 
+// Integer partial sums stay below 2^53, so the total equals the sum taken in doubles in
+// increasing order, whatever order the integers are added in.
+std::int64_t sampleSum(const unsigned char* data, unsigned int numBlocks, unsigned int blockAlign,
+                       unsigned int channel) {
+    std::int64_t partial[4] = {0, 0, 0, 0};
+    const unsigned char* sample = data + std::uint64_t(channel) * 2;
+    unsigned int i = 0;
+    for (; i + 4 <= numBlocks; i += 4, sample += 4 * std::uint64_t(blockAlign)) {
+        for (int k = 0; k < 4; ++k) {
+            partial[k] += sampleAt(sample, std::uint64_t(k) * blockAlign);
+        }
+    }
+    for (; i < numBlocks; ++i, sample += blockAlign) {
+        partial[0] += sampleAt(sample, 0);
+    }
+    return partial[0] + partial[1] + partial[2] + partial[3];
+}
+
+// Four partial sums: one running sum waits on the latency of every addition.
+double sumOfSquaredDeviations(const unsigned char* data, unsigned int numBlocks,
+                              unsigned int blockAlign, unsigned int channel, double m) {
+    double partial[4] = {0.0, 0.0, 0.0, 0.0};
+    const unsigned char* sample = data + std::uint64_t(channel) * 2;
+    unsigned int i = 0;
+    for (; i + 4 <= numBlocks; i += 4, sample += 4 * std::uint64_t(blockAlign)) {
+        for (int k = 0; k < 4; ++k) {
+            double d = sampleAt(sample, std::uint64_t(k) * blockAlign) - m;
+            partial[k] += d * d;
+        }
+    }
+    for (; i < numBlocks; ++i, sample += blockAlign) {
+        double d = sampleAt(sample, 0) - m;
+        partial[0] += d * d;
+    }
+    return (partial[0] + partial[1]) + (partial[2] + partial[3]);
+}
+
 unsigned int checkedBlocks(const StaticPCMBuffer& buffer, unsigned int channel) {
     unsigned int blocks = buffer.numBlocks();
     unsigned int inside =
@@ -153,13 +190,7 @@ bool createSinusoid(PCMTrack::Channel channel, unsigned int amplitude, double fr
 double mean(const unsigned char* data, unsigned int numBlocks, unsigned int blockAlign,
             unsigned int channel) {
     QEL_TRACE_SCOPE("libAudio::mean");
-    // Integer partial sums stay below 2^53, so this equals the sum taken in doubles.
-    std::int64_t sum = 0;
-    std::uint64_t offset = std::uint64_t(channel) * 2;
-    for (unsigned int i = 0; i < numBlocks; ++i, offset += blockAlign) {
-        sum += sampleAt(data, offset);
-    }
-    double result = double(sum) / double(numBlocks);
+    double result = double(sampleSum(data, numBlocks, blockAlign, channel)) / double(numBlocks);
     QEL_DEBUG("Signal mean = ", result);
     return result;
 }
@@ -173,13 +204,8 @@ double stdDev(const unsigned char* data, unsigned int numBlocks, unsigned int bl
               unsigned int channel) {
     QEL_TRACE_SCOPE("libAudio::stdDev");
     double m = mean(data, numBlocks, blockAlign, channel);
-    double squares = 0.0;
-    std::uint64_t offset = std::uint64_t(channel) * 2;
-    for (unsigned int i = 0; i < numBlocks; ++i, offset += blockAlign) {
-        double d = sampleAt(data, offset) - m;
-        squares += d * d;
-    }
-    double result = std::sqrt(squares / numBlocks);
+    double result =
+        std::sqrt(sumOfSquaredDeviations(data, numBlocks, blockAlign, channel, m) / numBlocks);
     QEL_DEBUG("Signal Std Dev = ", result);
     return result;
 }
