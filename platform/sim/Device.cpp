@@ -116,6 +116,9 @@ private:
         if (iid == IID_IBaseFilter) {
             return "IBaseFilter";
         }
+        if (iid == IID_IAudioClient) {
+            return "IAudioClient";
+        }
         return "other";
     }
 
