@@ -13,6 +13,7 @@ struct ApartmentState {
 };
 thread_local ApartmentState apartment;
 std::atomic<HRESULT> pendingFailure{S_OK};
+std::atomic<bool> allocationFails{false};
 
 } // namespace
 

@@ -13,6 +13,8 @@ namespace sim {
 LIBAUDIO_PLATFORM_API int comInitCount();
 // The next CoInitialize/CoInitializeEx on any thread fails with this code.
 LIBAUDIO_PLATFORM_API void failNextCoInitialize(HRESULT code);
+// The next CoTaskMemAlloc on any thread returns null, as an exhausted allocator does.
+LIBAUDIO_PLATFORM_API void failNextCoTaskMemAlloc();
 // Calls of CoUninitialize on the calling thread since it started.
 LIBAUDIO_PLATFORM_API int comUninitializeCalls();
 

@@ -1,6 +1,7 @@
 // AudioDevice over the simulated platform: the property refresh and its tolerance of
 // missing properties, the node type, jacks, identity comparisons and the legacy number.
 #include "DeviceModelSupport.h"
+#include "platform/sim/control.h"
 #include "libAudio/AudioDevice.h"
 #include "libAudio/EndpointDeviceEnumerator.h"
 
@@ -317,6 +318,18 @@ TEST_F(AudioDeviceTest, LegacySearchGoesOnPastDevicesThatRefuseAMessage) {
     fault("GetDataFlow", kLine);
     EXPECT_EQ(line.waveLegacyDeviceID(), 0xFFFFFFFFu);
     EXPECT_TRUE(logged(log, kEndpointLog, kError, "Audio stream flow cannot be determined"));
+}
+
+TEST_F(AudioDeviceTest, LegacySearchStopsWhenTheIdBufferCannotBeHad) {
+    AudioDevice line = device(kLine);
+    sim::failNextCoTaskMemAlloc();
+    EXPECT_EQ(line.waveLegacyDeviceID(), 0xFFFFFFFFu);
+    EXPECT_TRUE(logged(log, kEndpointLog, kError, "Cannot allocate device id buffer"));
+    // The search stopped at device 0 although device 1 is the line's.
+    for (const std::string& text : messages(log, kEndpointLog, kInfo)) {
+        EXPECT_EQ(text.find("has wave id"), std::string::npos) << text;
+    }
+    EXPECT_EQ(line.waveLegacyDeviceID(), 1u);
 }
 
 TEST_F(AudioDeviceTest, DefaultEndpointTestFailsAtEachStep) {
