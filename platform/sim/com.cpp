@@ -28,6 +28,9 @@ void failNextCoInitialize(HRESULT code) {
 int comUninitializeCalls() {
     return apartment.uninitializeCalls;
 }
+void failNextCoTaskMemAlloc() {
+    allocationFails.store(true);
+}
 
 } // namespace sim
 
@@ -57,6 +60,9 @@ void CoUninitialize(void) {
 }
 
 LPVOID CoTaskMemAlloc(std::size_t size) {
+    if (allocationFails.exchange(false)) {
+        return nullptr;
+    }
     return std::malloc(size == 0 ? 1 : size);
 }
 
