@@ -1,13 +1,12 @@
 #include "foundation/qelSystem.h"
 
 #include <cerrno>
-#include <chrono>
-#include <thread>
 
 namespace qel {
 
+// The platform's sleep: on the simulated platform time may be virtual.
 void System::mssleep(unsigned int milliseconds) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    Sleep(milliseconds);
 }
 
 std::FILE* System::fopen(const String& path, const String& mode, std::uint32_t* error) {

@@ -1,5 +1,6 @@
 #include "foundation/qelThread.h"
 #include "foundation/qelLog.h"
+#include "platform/win32.h"
 
 #if defined(__linux__)
 #include <pthread.h>
@@ -80,12 +81,12 @@ bool ManagedThread::getExitCode(int* code) const {
     return true;
 }
 
-Stopwatch::Stopwatch() : m_start(std::chrono::steady_clock::now()) {}
+// The platform's clock, not the C++ one: the simulated platform may run on virtual time.
+Stopwatch::Stopwatch() : m_start(GetTickCount64()) {}
 Stopwatch::~Stopwatch() = default;
 
 unsigned int Stopwatch::getElapsedMilliseconds() const {
-    auto elapsed = std::chrono::steady_clock::now() - m_start;
-    return unsigned(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
+    return unsigned(GetTickCount64() - m_start);
 }
 
 } // namespace qel

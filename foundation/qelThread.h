@@ -1,11 +1,11 @@
 // qel::ManagedThread runs a callable on its own thread and keeps its exit code;
-// qel::Stopwatch measures elapsed time from its construction.
+// qel::Stopwatch measures elapsed time from its construction, on the platform's clock.
 #pragma once
 
 #include "foundation/export.h"
 
 #include <atomic>
-#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
@@ -52,7 +52,7 @@ public:
     unsigned int getElapsedMilliseconds() const;
 
 private:
-    std::chrono::steady_clock::time_point m_start;
+    std::uint64_t m_start; // the platform's tick count in milliseconds
 };
 
 } // namespace qel

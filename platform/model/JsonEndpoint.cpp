@@ -76,6 +76,40 @@ void readOverrides(const Object& endpoint, Endpoint& e) {
     }
 }
 
+std::vector<std::uint32_t> readNumbers(const Object& o, std::string_view key, std::uint32_t min,
+                                       std::uint32_t max) {
+    std::vector<std::uint32_t> numbers;
+    for (auto& [value, where] : o.elements(key)) {
+        numbers.push_back(asInteger(*value, where, min, max));
+    }
+    return numbers;
+}
+
+std::int64_t readPeriod(const Object& o, std::string_view key, std::int64_t fallback) {
+    double ms = o.real(key, double(fallback) / 10000.0);
+    if (!(ms > 0.0 && ms <= 500.0)) {
+        o.at(key).fail("must lie above 0 and at most 500 ms");
+    }
+    return std::int64_t(ms * 10000.0 + 0.5);
+}
+
+StreamTraits readStreamTraits(const std::optional<Object>& o) {
+    StreamTraits traits;
+    if (!o) {
+        return traits;
+    }
+    traits.defaultPeriod = readPeriod(*o, "default_period_ms", traits.defaultPeriod);
+    traits.minimumPeriod = readPeriod(*o, "minimum_period_ms", traits.minimumPeriod);
+    if (traits.minimumPeriod > traits.defaultPeriod) {
+        o->at("minimum_period_ms").fail("is longer than the default period");
+    }
+    traits.rates = readNumbers(*o, "rates", 1000, 1000000);
+    traits.bits = readNumbers(*o, "bits", 8, 32);
+    traits.channels = readNumbers(*o, "channels", 1, kMaxChannels);
+    traits.alignmentBytes = o->integer("alignment_bytes", traits.alignmentBytes, 1, 65536);
+    return traits;
+}
+
 } // namespace
 
 VolumeControl readVolumeControl(const Object& o, std::uint32_t defaultChannels) {
@@ -113,7 +147,7 @@ Endpoint readEndpoint(const Json& value, const Where& where) {
     Object o(value, where,
              {"id", "flow", "state", "adapter", "description", "friendly_name", "form_factor",
               "jack_subtype", "physical_speakers", "event_driven", "direct_sound_guid", "format",
-              "volume", "topology_device", "property_overrides"});
+              "volume", "topology_device", "property_overrides", "stream"});
     Endpoint e;
     e.id = o.text("id");
     e.flow = Flow(o.choice("flow", 0, kFlows));
@@ -133,6 +167,9 @@ Endpoint readEndpoint(const Json& value, const Where& where) {
         e.muted = volume->flag("muted", false);
     }
     e.topologyDevice = o.text("topology_device");
+    e.stream = readStreamTraits(o.object("stream", {"default_period_ms", "minimum_period_ms",
+                                                    "rates", "bits", "channels",
+                                                    "alignment_bytes"}));
     readOverrides(o, e);
     return e;
 }

@@ -155,6 +155,19 @@ struct Adapter {
     bool operator==(const Adapter&) const = default;
 };
 
+// What the endpoint's driver accepts for streams. Empty lists take the defaults of an HD
+// Audio converter: 44.1, 48 and 96 kHz, 16 and 24 bits, 1 and 2 channels, each with the
+// device format's own value added.
+struct StreamTraits {
+    std::int64_t defaultPeriod = 100000; // 100-ns units: 10 ms
+    std::int64_t minimumPeriod = 30000;  // 3 ms
+    std::vector<std::uint32_t> rates;
+    std::vector<std::uint32_t> bits;
+    std::vector<std::uint32_t> channels;
+    std::uint32_t alignmentBytes = 128; // exclusive-mode buffers are whole DMA blocks
+    bool operator==(const StreamTraits&) const = default;
+};
+
 struct Endpoint {
     std::string id;
     Flow flow = Flow::Render;
@@ -171,6 +184,7 @@ struct Endpoint {
     VolumeControl volume;
     bool muted = false;
     std::string topologyDevice; // id of the endpoint's own topology device; empty: none
+    StreamTraits stream;
     // Replaces (a value) or removes (nullopt) a property the model would otherwise derive.
     std::map<PropertyKey, std::optional<PropertyValue>> propertyOverrides;
     bool operator==(const Endpoint& other) const; // the device format compared bytewise

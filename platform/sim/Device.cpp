@@ -1,3 +1,4 @@
+#include "platform/sim/ClientState.h"
 #include "platform/sim/ComObject.h"
 #include "platform/sim/DeviceObjects.h"
 #include "platform/sim/Runtime.h"
@@ -131,6 +132,20 @@ private:
             *out = endpoint.topologyDevice.empty() ? nullptr
                                                    : createDeviceTopology(endpoint.topologyDevice);
             return *out ? S_OK : E_NOINTERFACE;
+        }
+        if (iid == IID_IAudioClient) {
+            if (endpoint.state != model::STATE_ACTIVE) {
+                return DEVICE_INVALIDATED;
+            }
+            *out = createAudioClient(m_id);
+            return S_OK;
+        }
+        if (iid == IID_IAudioClient) {
+            if (endpoint.state != model::STATE_ACTIVE) {
+                return DEVICE_INVALIDATED;
+            }
+            *out = createAudioClient(m_id);
+            return S_OK;
         }
         if (iid == IID_IBaseFilter) {
             if (endpoint.state != model::STATE_ACTIVE) {

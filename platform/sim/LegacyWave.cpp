@@ -1,10 +1,12 @@
 // Legacy waveform-audio devices: the active endpoints of each flow, numbered in the
-// machine's order. A driver message to a device number answers its endpoint's id.
+// machine's order. A driver message to a device number or an open device answers its
+// endpoint's id.
 //
 // Injected faults: "waveInMessage" / "waveOutMessage", target the endpoint id of the
 // device number addressed.
 #include "platform/sim/ComObject.h"
 #include "platform/sim/Runtime.h"
+#include "platform/sim/WaveDevices.h"
 #include "platform/win32.h"
 
 #include <cstring>
@@ -46,14 +48,19 @@ MMRESULT functionInstanceMessage(const std::string& id, UINT message, DWORD_PTR 
 
 MMRESULT deviceMessage(model::Flow flow, const char* operation, DWORD_PTR device, UINT message,
                        DWORD_PTR param1, DWORD_PTR param2) {
-    std::vector<std::string> ids = activeEndpoints(flow);
-    if (device >= ids.size()) {
-        return MMSYSERR_BADDEVICEID;
+    // An open device's handle, or a device number in the handle's place.
+    std::optional<std::string> id = sim::openWaveEndpoint(reinterpret_cast<const void*>(device));
+    if (!id) {
+        std::vector<std::string> ids = activeEndpoints(flow);
+        if (device >= ids.size()) {
+            return MMSYSERR_BADDEVICEID;
+        }
+        id = ids[device];
     }
-    if (HRESULT fault = sim::injectedFault(operation, ids[device])) {
+    if (HRESULT fault = sim::injectedFault(operation, *id)) {
         return MMRESULT(fault);
     }
-    return functionInstanceMessage(ids[device], message, param1, param2);
+    return functionInstanceMessage(*id, message, param1, param2);
 }
 
 } // namespace

@@ -5,9 +5,21 @@
 #include "platform/standin/types.h"
 #include "platform/standin/winuser.h"
 
+#include <cstdint>
 #include <vector>
 
 namespace sim {
+
+// 100-ns units, the platform's REFERENCE_TIME.
+typedef std::int64_t Hns;
+
+// The clock of streams, Sleep and GetTickCount64. Real time by default; virtual time (set
+// here, or by LIBAUDIO_CLOCK=virtual) runs streams as fast as the threads that feed and
+// drain them allow, in lockstep.
+enum class ClockMode { Real, Virtual };
+LIBAUDIO_PLATFORM_API void setClockMode(ClockMode mode);
+LIBAUDIO_PLATFORM_API ClockMode clockMode();
+LIBAUDIO_PLATFORM_API Hns clockNow();
 
 // Number of unbalanced CoInitialize calls on the calling thread.
 LIBAUDIO_PLATFORM_API int comInitCount();

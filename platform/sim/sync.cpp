@@ -43,10 +43,6 @@ void LeaveCriticalSection(LPCRITICAL_SECTION section) {
     static_cast<std::recursive_mutex*>(section->impl)->unlock();
 }
 
-void Sleep(DWORD milliseconds) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
-
 DWORD GetLastError(void) {
     return lastError;
 }

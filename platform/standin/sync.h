@@ -35,7 +35,9 @@ LIBAUDIO_PLATFORM_API void InitializeCriticalSection(LPCRITICAL_SECTION section)
 LIBAUDIO_PLATFORM_API void DeleteCriticalSection(LPCRITICAL_SECTION section);
 LIBAUDIO_PLATFORM_API void EnterCriticalSection(LPCRITICAL_SECTION section);
 LIBAUDIO_PLATFORM_API void LeaveCriticalSection(LPCRITICAL_SECTION section);
+// Time passes on the simulated platform's clock: real time, or the virtual time of tests.
 LIBAUDIO_PLATFORM_API void Sleep(DWORD milliseconds);
+LIBAUDIO_PLATFORM_API ULONGLONG GetTickCount64(void);
 LIBAUDIO_PLATFORM_API DWORD GetLastError(void);
 LIBAUDIO_PLATFORM_API void SetLastError(DWORD error);
 

@@ -1,0 +1,332 @@
+// IAudioClient over the simulated engine: initialisation with the driver's rules, the
+// stream's state machine, and the render and capture services.
+//
+// Injected faults (operation, target endpoint id): Initialize, IsFormatSupported,
+// GetDevicePeriod, GetBufferSize, GetCurrentPadding, Start, Stop, Reset, GetService.
+#include "platform/sim/ClientState.h"
+#include "platform/sim/ComObject.h"
+#include "platform/sim/Runtime.h"
+
+#include <cstring>
+
+namespace sim {
+
+namespace {
+
+constexpr DWORD kKnownStreamFlags = AUDCLNT_STREAMFLAGS_CROSSPROCESS |
+                                    AUDCLNT_STREAMFLAGS_EVENTCALLBACK |
+                                    AUDCLNT_STREAMFLAGS_NOPERSIST;
+
+WAVEFORMATEX* taskCopy(const WAVEFORMATEXTENSIBLE& format) {
+    auto* copy = static_cast<WAVEFORMATEX*>(CoTaskMemAlloc(sizeof format));
+    if (copy) {
+        std::memcpy(copy, &format, sizeof format);
+    }
+    return copy;
+}
+
+class AudioClient final : public ComObject<AudioClient, IAudioClient> {
+public:
+    explicit AudioClient(const std::string& endpointId)
+        : m_state(std::make_shared<ClientState>(endpointId)) {}
+
+    HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE mode, DWORD flags,
+                                         REFERENCE_TIME duration, REFERENCE_TIME periodicity,
+                                         const WAVEFORMATEX* format, LPCGUID) override {
+        if (HRESULT fault = injectedFault("Initialize", m_state->endpoint)) {
+            return fault;
+        }
+        if (m_state->initialized) {
+            return AUDCLNT_E_ALREADY_INITIALIZED;
+        }
+        if (!format) {
+            return E_POINTER;
+        }
+        if ((mode != AUDCLNT_SHAREMODE_SHARED && mode != AUDCLNT_SHAREMODE_EXCLUSIVE) ||
+            (flags & ~kKnownStreamFlags) || duration < 0 || periodicity < 0) {
+            return E_INVALIDARG;
+        }
+        std::optional<EndpointStreamInfo> info = streamInfo(m_state->endpoint);
+        if (!info || !info->active) {
+            return AUDCLNT_E_DEVICE_INVALIDATED;
+        }
+        std::optional<SampleFormat> sample = SampleFormat::from(format);
+        bool exclusive = mode == AUDCLNT_SHAREMODE_EXCLUSIVE;
+        if (!sample || (exclusive ? !supportsExclusive(*info, *sample)
+                                  : !isMixFormat(*info, *sample))) {
+            return AUDCLNT_E_UNSUPPORTED_FORMAT;
+        }
+        BufferRequest request{exclusive, (flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0,
+                              duration, periodicity};
+        BufferLayout layout;
+        if (HRESULT refused = layoutBuffer(*info, *sample, request, layout); FAILED(refused)) {
+            return refused;
+        }
+        return open(*info, *sample, layout, exclusive, flags);
+    }
+
+    HRESULT STDMETHODCALLTYPE GetBufferSize(UINT32* frames) override {
+        if (!frames) {
+            return E_POINTER;
+        }
+        if (HRESULT refused = usable("GetBufferSize")) {
+            return refused;
+        }
+        *frames = m_state->layout.frames;
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetStreamLatency(REFERENCE_TIME* latency) override {
+        if (!latency) {
+            return E_POINTER;
+        }
+        if (!m_state->initialized) {
+            return AUDCLNT_E_NOT_INITIALIZED;
+        }
+        *latency = m_state->layout.period;
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetCurrentPadding(UINT32* frames) override {
+        if (!frames) {
+            return E_POINTER;
+        }
+        if (HRESULT refused = usable("GetCurrentPadding")) {
+            return refused;
+        }
+        if (m_state->render || m_state->queue->nextPacketFrames() == 0) {
+            m_state->pollWait();
+        }
+        AudioEngine& engine = AudioEngine::instance();
+        engine.catchUp();
+        *frames = engine.locked([&] {
+            return m_state->render ? m_state->ring->padding() : m_state->queue->nextPacketFrames();
+        });
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE IsFormatSupported(AUDCLNT_SHAREMODE mode, const WAVEFORMATEX* format,
+                                                WAVEFORMATEX** closest) override {
+        if (closest) {
+            *closest = nullptr;
+        }
+        if (HRESULT fault = injectedFault("IsFormatSupported", m_state->endpoint)) {
+            return fault;
+        }
+        if (!format || (mode == AUDCLNT_SHAREMODE_SHARED && !closest)) {
+            return E_POINTER;
+        }
+        if (mode != AUDCLNT_SHAREMODE_SHARED && mode != AUDCLNT_SHAREMODE_EXCLUSIVE) {
+            return E_INVALIDARG;
+        }
+        std::optional<EndpointStreamInfo> info = streamInfo(m_state->endpoint);
+        if (!info || !info->active) {
+            return AUDCLNT_E_DEVICE_INVALIDATED;
+        }
+        std::optional<SampleFormat> sample = SampleFormat::from(format);
+        if (mode == AUDCLNT_SHAREMODE_EXCLUSIVE) {
+            return sample && supportsExclusive(*info, *sample) ? S_OK
+                                                               : AUDCLNT_E_UNSUPPORTED_FORMAT;
+        }
+        if (!sample) {
+            return AUDCLNT_E_UNSUPPORTED_FORMAT;
+        }
+        if (isMixFormat(*info, *sample)) {
+            return S_OK;
+        }
+        // The shared engine would take the mix format instead.
+        *closest = taskCopy(mixFormat(*info));
+        return *closest ? S_FALSE : E_OUTOFMEMORY;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetMixFormat(WAVEFORMATEX** format) override {
+        if (!format) {
+            return E_POINTER;
+        }
+        *format = nullptr;
+        std::optional<EndpointStreamInfo> info = streamInfo(m_state->endpoint);
+        if (!info || !info->active) {
+            return AUDCLNT_E_DEVICE_INVALIDATED;
+        }
+        *format = taskCopy(mixFormat(*info));
+        return *format ? S_OK : E_OUTOFMEMORY;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetDevicePeriod(REFERENCE_TIME* defaultPeriod,
+                                              REFERENCE_TIME* minimumPeriod) override {
+        if (!defaultPeriod && !minimumPeriod) {
+            return E_POINTER;
+        }
+        if (HRESULT fault = injectedFault("GetDevicePeriod", m_state->endpoint)) {
+            return fault;
+        }
+        std::optional<EndpointStreamInfo> info = streamInfo(m_state->endpoint);
+        if (!info || !info->active) {
+            return AUDCLNT_E_DEVICE_INVALIDATED;
+        }
+        if (defaultPeriod) {
+            *defaultPeriod = info->traits.defaultPeriod;
+        }
+        if (minimumPeriod) {
+            *minimumPeriod = info->traits.minimumPeriod;
+        }
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE Start() override {
+        if (HRESULT refused = usable("Start")) {
+            return refused;
+        }
+        AudioEngine& engine = AudioEngine::instance();
+        if (engine.isRunning(m_state->stream)) {
+            return AUDCLNT_E_NOT_STOPPED;
+        }
+        if ((m_state->flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) && !m_state->event) {
+            return AUDCLNT_E_EVENTHANDLE_NOT_SET;
+        }
+        engine.start(m_state->stream);
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE Stop() override {
+        if (HRESULT fault = injectedFault("Stop", m_state->endpoint)) {
+            return fault;
+        }
+        if (!m_state->initialized) {
+            return AUDCLNT_E_NOT_INITIALIZED;
+        }
+        AudioEngine& engine = AudioEngine::instance();
+        if (!engine.isRunning(m_state->stream)) {
+            return S_FALSE;
+        }
+        engine.stop(m_state->stream);
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE Reset() override {
+        if (HRESULT fault = injectedFault("Reset", m_state->endpoint)) {
+            return fault;
+        }
+        if (!m_state->initialized) {
+            return AUDCLNT_E_NOT_INITIALIZED;
+        }
+        AudioEngine& engine = AudioEngine::instance();
+        if (engine.isRunning(m_state->stream)) {
+            return AUDCLNT_E_NOT_STOPPED;
+        }
+        bool pending = engine.locked([&] {
+            bool busy = m_state->render ? m_state->ring->pending() : m_state->queue->pending();
+            if (!busy) {
+                m_state->render ? m_state->ring->clear() : m_state->queue->clear();
+            }
+            return busy;
+        });
+        if (pending) {
+            return AUDCLNT_E_BUFFER_OPERATION_PENDING;
+        }
+        engine.resetPosition(m_state->stream);
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE event) override {
+        if (!m_state->initialized) {
+            return AUDCLNT_E_NOT_INITIALIZED;
+        }
+        if (!(m_state->flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK)) {
+            return AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED;
+        }
+        if (!event) {
+            return E_INVALIDARG;
+        }
+        m_state->event = event;
+        AudioEngine::instance().setEvent(m_state->stream, event);
+        return S_OK;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetService(REFIID iid, void** out) override {
+        if (!out) {
+            return E_POINTER;
+        }
+        *out = nullptr;
+        if (HRESULT fault = injectedFault("GetService", m_state->endpoint)) {
+            return fault;
+        }
+        if (!m_state->initialized) {
+            return AUDCLNT_E_NOT_INITIALIZED;
+        }
+        if (iid == IID_IAudioRenderClient && m_state->render) {
+            *out = createRenderClient(m_state);
+        } else if (iid == IID_IAudioCaptureClient && !m_state->render) {
+            *out = createCaptureClient(m_state);
+        } else {
+            return E_NOINTERFACE;
+        }
+        return S_OK;
+    }
+
+private:
+    // The checks every stream operation makes first.
+    HRESULT usable(const char* operation) const {
+        if (HRESULT fault = injectedFault(operation, m_state->endpoint)) {
+            return fault;
+        }
+        if (!m_state->initialized) {
+            return AUDCLNT_E_NOT_INITIALIZED;
+        }
+        return m_state->invalidated() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
+    }
+
+    HRESULT open(const EndpointStreamInfo& info, const SampleFormat& format,
+                 const BufferLayout& layout, bool exclusive, DWORD flags) {
+        ClientState& s = *m_state;
+        s.render = info.flow == model::Flow::Render;
+        s.format = format;
+        s.layout = layout;
+        s.exclusive = exclusive;
+        s.flags = flags;
+        s.defaultPeriod = info.traits.defaultPeriod;
+        std::uint32_t packet = std::uint32_t(layout.period * format.rate / 10000000);
+        if (s.render) {
+            s.ring = std::make_shared<RenderRing>(format, layout.frames);
+        } else {
+            s.queue = std::make_shared<CaptureQueue>(format, layout.frames, packet);
+        }
+        StreamSpec spec{s.endpoint, s.render, exclusive, format, layout.period, nullptr};
+        HRESULT opened = AudioEngine::instance().open(spec, s.ring, s.queue, s.stream);
+        if (FAILED(opened)) {
+            s.ring.reset();
+            s.queue.reset();
+            return opened;
+        }
+        s.initialized = true;
+        return S_OK;
+    }
+
+    std::shared_ptr<ClientState> m_state;
+};
+
+} // namespace
+
+ClientState::~ClientState() {
+    if (stream) {
+        AudioEngine::instance().close(stream);
+    }
+}
+
+bool ClientState::invalidated() const {
+    std::optional<EndpointStreamInfo> info = streamInfo(endpoint);
+    return !info || !info->active;
+}
+
+void ClientState::pollWait() const {
+    Clock& clock = Clock::instance();
+    if (clock.mode() == ClockMode::Virtual && AudioEngine::instance().isRunning(stream)) {
+        clock.waitUntil(clock.now() + defaultPeriod);
+    }
+}
+
+IAudioClient* createAudioClient(const std::string& endpointId) {
+    return static_cast<IAudioClient*>(AudioClient::create(endpointId));
+}
+
+} // namespace sim

@@ -1,0 +1,400 @@
+#include "platform/sim/AudioEngine.h"
+#include "platform/sim/RenderHistory.h"
+#include "platform/sim/Runtime.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <map>
+#include <random>
+#include <vector>
+
+namespace sim {
+
+namespace {
+
+constexpr double kHnsPerSecond = 1e7;
+// What a route can still reach back to, beyond its delay.
+constexpr double kHistoryHns = 2 * kHnsPerSecond;
+// One pass of the engine never makes more than this much sound: a clock that jumps further
+// (a process stopped in a debugger) is a gap, not audio.
+constexpr Hns kLongestStep = 10 * 10000000LL;
+constexpr auto kPumpInterval = std::chrono::milliseconds(2);
+
+double linear(double db) {
+    return std::pow(10.0, db / 20.0);
+}
+
+// Per channel, what an endpoint's volume and mute leave of its signal.
+struct EndpointGain {
+    std::vector<double> channels;
+    bool usable = false; // present and active
+    double of(std::uint32_t channel) const {
+        if (channels.empty()) {
+            return 1.0;
+        }
+        return channels[std::min<std::size_t>(channel, channels.size() - 1)];
+    }
+};
+
+struct RouteInfo {
+    std::string render;
+    double gain;
+    double delay; // 100-ns units
+    double noise; // RMS
+};
+
+// What one pass needs of the machine, read once under its lock.
+struct MachineView {
+    std::map<std::string, EndpointGain> gains;
+    std::multimap<std::string, RouteInfo> routesTo; // by capture endpoint
+    double longestDelay = 0;
+};
+
+MachineView viewMachine() {
+    MachineView view;
+    withMachine([&](model::Machine& m) {
+        for (const model::Endpoint& e : m.endpoints) {
+            EndpointGain& gain = view.gains[e.id];
+            gain.usable = e.state == model::STATE_ACTIVE;
+            for (float db : e.volume.levelsDb) {
+                gain.channels.push_back(e.muted ? 0.0 : linear(db));
+            }
+        }
+        for (const model::Route& r : m.routes) {
+            double delay = r.delayMs * 10000.0;
+            view.routesTo.emplace(r.capture,
+                                  RouteInfo{r.render, linear(r.gainDb), delay, linear(r.noiseDb)});
+            view.longestDelay = std::max(view.longestDelay, delay);
+        }
+    });
+    return view;
+}
+
+} // namespace
+
+struct AudioEngine::Stream {
+    StreamSpec spec;
+    std::shared_ptr<RenderFeed> render;
+    std::shared_ptr<CaptureFeed> capture;
+    bool running = false;
+    bool closed = false;
+    std::thread::id owner;
+    Hns anchorTime = 0;
+    std::uint64_t anchorFrame = 0;
+    std::uint64_t position = 0;
+    std::uint64_t periodsSignalled = 0;
+    RenderHistory history;
+    std::mt19937 noise;
+
+    std::uint64_t framesAt(Hns time) const {
+        if (time <= anchorTime) {
+            return anchorFrame;
+        }
+        std::int64_t elapsed = std::min(time - anchorTime, kLongestStep * 1000);
+        return anchorFrame +
+               std::uint64_t(double(elapsed) * spec.format.rate / kHnsPerSecond + 1e-6);
+    }
+    double timeOf(std::uint64_t frame) const {
+        return double(anchorTime) + (double(frame) - double(anchorFrame)) * kHnsPerSecond /
+                                        spec.format.rate;
+    }
+    bool holdsTime() const {
+        return running && !closed && (render ? render->active() : capture->active());
+    }
+};
+
+struct AudioEngine::State {
+    std::map<StreamId, Stream> streams;
+    StreamId next = 1;
+    Hns now = 0;
+    bool pumping = false;
+};
+
+// Forgets the streams of a thread when it ends, so that a stream left running by a thread
+// that has gone does not hold virtual time up.
+struct OwnerThreadExit {
+    ~OwnerThreadExit() {
+        AudioEngine::instance().ownerGone(std::this_thread::get_id());
+        Clock::instance().ownersChanged();
+    }
+};
+
+AudioEngine& AudioEngine::instance() {
+    static AudioEngine* engine = new AudioEngine; // used by threads until the process ends
+    return *engine;
+}
+
+AudioEngine::AudioEngine() : m_state(std::make_unique<State>()) {
+    Clock::instance().setAdvanceHook([this](Hns time) { advanceTo(time); });
+    Clock::instance().setOwners([this] { return owners(); });
+}
+
+HRESULT AudioEngine::open(const StreamSpec& spec, std::shared_ptr<RenderFeed> render,
+                          std::shared_ptr<CaptureFeed> capture, StreamId& id) {
+    std::lock_guard lock(m_mutex);
+    for (const auto& [other, stream] : m_state->streams) {
+        if (!stream.closed && stream.spec.endpoint == spec.endpoint &&
+            (spec.exclusive || stream.spec.exclusive)) {
+            return AUDCLNT_E_DEVICE_IN_USE;
+        }
+    }
+    id = m_state->next++;
+    Stream& stream = m_state->streams[id];
+    stream.spec = spec;
+    stream.render = std::move(render);
+    stream.capture = std::move(capture);
+    stream.noise.seed(std::uint32_t(id * 2654435761u));
+    return S_OK;
+}
+
+void AudioEngine::close(StreamId id) {
+    {
+        std::lock_guard lock(m_mutex);
+        auto it = m_state->streams.find(id);
+        if (it == m_state->streams.end()) {
+            return;
+        }
+        // Kept while its sound may still travel a route; forgotten by a later pass.
+        it->second.running = false;
+        it->second.closed = true;
+        it->second.render.reset();
+        it->second.capture.reset();
+    }
+    Clock::instance().ownersChanged();
+}
+
+void AudioEngine::start(StreamId id) {
+    thread_local OwnerThreadExit forgetOnExit;
+    (void)forgetOnExit;
+    catchUp();
+    {
+        std::lock_guard lock(m_mutex);
+        auto it = m_state->streams.find(id);
+        if (it == m_state->streams.end() || it->second.running) {
+            return;
+        }
+        Stream& s = it->second;
+        s.running = true;
+        s.owner = std::this_thread::get_id();
+        s.anchorTime = std::max(Clock::instance().now(), m_state->now);
+        s.anchorFrame = s.position;
+        ensurePump();
+    }
+    Clock::instance().ownersChanged();
+}
+
+void AudioEngine::stop(StreamId id) {
+    catchUp();
+    {
+        std::lock_guard lock(m_mutex);
+        auto it = m_state->streams.find(id);
+        if (it != m_state->streams.end()) {
+            it->second.running = false;
+        }
+    }
+    Clock::instance().ownersChanged();
+}
+
+void AudioEngine::resetPosition(StreamId id) {
+    std::lock_guard lock(m_mutex);
+    auto it = m_state->streams.find(id);
+    if (it != m_state->streams.end()) {
+        it->second.position = 0;
+        it->second.anchorFrame = 0;
+        it->second.periodsSignalled = 0;
+    }
+}
+
+void AudioEngine::setEvent(StreamId id, HANDLE event) {
+    std::lock_guard lock(m_mutex);
+    auto it = m_state->streams.find(id);
+    if (it != m_state->streams.end()) {
+        it->second.spec.event = event;
+    }
+}
+
+bool AudioEngine::isRunning(StreamId id) const {
+    std::lock_guard lock(const_cast<std::recursive_mutex&>(m_mutex));
+    auto it = m_state->streams.find(id);
+    return it != m_state->streams.end() && it->second.running;
+}
+
+std::uint64_t AudioEngine::position(StreamId id) const {
+    std::lock_guard lock(const_cast<std::recursive_mutex&>(m_mutex));
+    auto it = m_state->streams.find(id);
+    return it == m_state->streams.end() ? 0 : it->second.position;
+}
+
+void AudioEngine::catchUp() {
+    advanceTo(Clock::instance().now());
+}
+
+std::vector<std::thread::id> AudioEngine::owners() {
+    std::lock_guard lock(m_mutex);
+    std::vector<std::thread::id> threads;
+    for (const auto& [id, stream] : m_state->streams) {
+        if (stream.holdsTime() && stream.owner != std::thread::id()) {
+            threads.push_back(stream.owner);
+        }
+    }
+    return threads;
+}
+
+void AudioEngine::ownerGone(std::thread::id owner) {
+    std::lock_guard lock(m_mutex);
+    for (auto& [id, stream] : m_state->streams) {
+        if (stream.owner == owner) {
+            stream.owner = std::thread::id();
+        }
+    }
+}
+
+namespace {
+
+std::uint32_t dueFrames(const AudioEngine::Stream& s, Hns time) {
+    std::uint64_t target = s.framesAt(time);
+    return target > s.position ? std::uint32_t(std::min<std::uint64_t>(target - s.position,
+                                                                        s.spec.format.rate * 10ull))
+                               : 0;
+}
+
+// Takes what the stream plays up to time into its history, as one channel after the
+// endpoint's volume.
+void playInto(AudioEngine::Stream& s, Hns time, const EndpointGain& gain) {
+    std::uint32_t frames = dueFrames(s, time);
+    if (frames == 0) {
+        return;
+    }
+    const std::uint32_t channels = s.spec.format.channels;
+    std::vector<float> samples(std::size_t(frames) * channels, 0.0f);
+    s.render->pull(frames, samples.data()); // what it lacks stays silent
+    std::vector<float> mono(frames);
+    for (std::uint32_t f = 0; f < frames; ++f) {
+        double sum = 0;
+        for (std::uint32_t c = 0; c < channels; ++c) {
+            sum += samples[std::size_t(f) * channels + c] * gain.of(c);
+        }
+        mono[f] = float(sum / channels);
+    }
+    s.history.append(s.timeOf(s.position), s.spec.format.rate, mono.data(), frames);
+    s.position = s.framesAt(time);
+}
+
+// One channel of what the capture endpoint hears at time t along its routes.
+double heard(double t, const std::vector<std::pair<const RouteInfo*, std::vector<const AudioEngine::Stream*>>>& routes,
+             std::normal_distribution<double>& gauss, std::mt19937& noise) {
+    double sum = 0;
+    for (const auto& [route, sources] : routes) {
+        double signal = 0;
+        for (const AudioEngine::Stream* source : sources) {
+            signal += source->history.at(t - route->delay);
+        }
+        sum += route->gain * signal + route->noise * gauss(noise);
+    }
+    return sum;
+}
+
+void recordFrom(AudioEngine::Stream& s, Hns time, const MachineView& view,
+                const std::map<StreamId, AudioEngine::Stream>& streams) {
+    std::uint32_t frames = dueFrames(s, time);
+    if (frames == 0) {
+        return;
+    }
+    std::vector<std::pair<const RouteInfo*, std::vector<const AudioEngine::Stream*>>> routes;
+    auto [first, last] = view.routesTo.equal_range(s.spec.endpoint);
+    for (auto it = first; it != last; ++it) {
+        std::vector<const AudioEngine::Stream*> sources;
+        for (const auto& [id, other] : streams) {
+            if (other.spec.render && other.spec.endpoint == it->second.render) {
+                sources.push_back(&other);
+            }
+        }
+        routes.emplace_back(&it->second, std::move(sources));
+    }
+    const EndpointGain& gain = view.gains.at(s.spec.endpoint);
+    const std::uint32_t channels = s.spec.format.channels;
+    std::vector<float> samples(std::size_t(frames) * channels, 0.0f);
+    std::normal_distribution<double> gauss;
+    for (std::uint32_t f = 0; routes.size() && f < frames; ++f) {
+        double value = heard(s.timeOf(s.position + f), routes, gauss, s.noise);
+        for (std::uint32_t c = 0; c < channels; ++c) {
+            samples[std::size_t(f) * channels + c] = float(value * gain.of(c));
+        }
+    }
+    s.capture->push(samples.data(), frames, s.position, Hns(s.timeOf(s.position)),
+                    routes.empty());
+    s.position = s.framesAt(time);
+}
+
+void signalPeriods(AudioEngine::Stream& s) {
+    std::uint64_t periodFrames =
+        std::max<std::uint64_t>(1, std::uint64_t(s.spec.period) * s.spec.format.rate / 10000000);
+    std::uint64_t periods = s.position / periodFrames;
+    if (s.spec.event && periods > s.periodsSignalled) {
+        SetEvent(s.spec.event);
+    }
+    s.periodsSignalled = std::max(s.periodsSignalled, periods);
+}
+
+} // namespace
+
+void AudioEngine::advanceTo(Hns time) {
+    std::lock_guard lock(m_mutex);
+    State& state = *m_state;
+    if (time <= state.now) {
+        return;
+    }
+    MachineView view = viewMachine();
+    auto usable = [&](const Stream& s) {
+        auto gain = view.gains.find(s.spec.endpoint);
+        return s.running && !s.closed && gain != view.gains.end() && gain->second.usable;
+    };
+    // Render first: a capture at time t may hear what was played up to t.
+    for (auto& [id, s] : state.streams) {
+        if (s.spec.render && usable(s)) {
+            playInto(s, time, view.gains.at(s.spec.endpoint));
+        }
+    }
+    for (auto& [id, s] : state.streams) {
+        if (!s.spec.render && usable(s)) {
+            recordFrom(s, time, view, state.streams);
+        }
+    }
+    const double forget = double(time) - kHistoryHns - view.longestDelay;
+    for (auto it = state.streams.begin(); it != state.streams.end();) {
+        Stream& s = it->second;
+        if (usable(s)) {
+            signalPeriods(s);
+        }
+        s.history.forgetBefore(forget);
+        it = s.closed && s.history.empty() ? state.streams.erase(it) : std::next(it);
+    }
+    state.now = time;
+}
+
+// In real time nobody else moves the streams of legacy wave devices, whose progress is
+// only visible in their headers: a pump does while any stream runs.
+void AudioEngine::ensurePump() {
+    if (m_state->pumping || Clock::instance().mode() != ClockMode::Real) {
+        return;
+    }
+    m_state->pumping = true;
+    std::thread([this] { pump(); }).detach();
+}
+
+void AudioEngine::pump() {
+    for (;;) {
+        std::this_thread::sleep_for(kPumpInterval);
+        catchUp();
+        std::lock_guard lock(m_mutex);
+        bool anyRunning = std::any_of(m_state->streams.begin(), m_state->streams.end(),
+                                      [](const auto& entry) { return entry.second.running; });
+        if (!anyRunning || Clock::instance().mode() != ClockMode::Real) {
+            m_state->pumping = false;
+            return;
+        }
+    }
+}
+
+} // namespace sim

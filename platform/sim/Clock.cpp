@@ -1,0 +1,172 @@
+#include "platform/sim/Clock.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+
+namespace sim {
+
+namespace {
+
+// How long a waiting thread gives a stream's thread that is busy elsewhere before time
+// moves on without it.
+constexpr auto kOwnerGrace = std::chrono::milliseconds(20);
+
+std::chrono::steady_clock::time_point origin() {
+    static const auto start = std::chrono::steady_clock::now();
+    return start;
+}
+
+ClockMode modeFromEnvironment() {
+    const char* chosen = std::getenv("LIBAUDIO_CLOCK");
+    return chosen && std::strcmp(chosen, "virtual") == 0 ? ClockMode::Virtual : ClockMode::Real;
+}
+
+} // namespace
+
+Clock& Clock::instance() {
+    static Clock* clock = new Clock; // used by threads until the very end of the process
+    return *clock;
+}
+
+Clock::Clock() {
+    origin();
+    m_mode = modeFromEnvironment();
+}
+
+Hns Clock::realNow() const {
+    auto elapsed = std::chrono::steady_clock::now() - origin();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(elapsed).count() / 100;
+}
+
+ClockMode Clock::mode() const {
+    return m_mode.load();
+}
+
+void Clock::setMode(ClockMode mode) {
+    std::lock_guard lock(m_mutex);
+    if (mode == m_mode.load()) {
+        return;
+    }
+    // Time goes on from where it stood in either direction.
+    if (mode == ClockMode::Virtual) {
+        m_virtualNow = realNow() + m_realOffset;
+    } else {
+        m_realOffset = m_virtualNow.load() - realNow();
+    }
+    m_mode = mode;
+    m_changed.notify_all();
+}
+
+Hns Clock::now() const {
+    if (m_mode.load() == ClockMode::Virtual) {
+        return m_virtualNow.load();
+    }
+    return realNow() + m_realOffset.load();
+}
+
+void Clock::waitUntil(Hns deadline) {
+    if (m_mode.load() == ClockMode::Virtual) {
+        waitVirtual(deadline);
+        return;
+    }
+    Hns left = deadline - now();
+    if (left > 0) {
+        std::this_thread::sleep_for(std::chrono::nanoseconds(left * 100));
+    }
+}
+
+void Clock::waitVirtual(Hns deadline) {
+    std::unique_lock lock(m_mutex);
+    const std::thread::id self = std::this_thread::get_id();
+    m_waiters[self] = deadline;
+    m_changed.notify_all();
+    while (m_mode.load() == ClockMode::Virtual && m_virtualNow.load() < deadline) {
+        if (ownersAllWaiting()) {
+            advanceToEarliestDeadline();
+        } else if (m_changed.wait_for(lock, kOwnerGrace) == std::cv_status::timeout) {
+            advanceToEarliestDeadline();
+        }
+    }
+    m_waiters.erase(self);
+    lock.unlock();
+    if (m_mode.load() == ClockMode::Real) {
+        waitUntil(deadline); // the mode changed while waiting
+    }
+}
+
+// A stream's thread counts as waiting only while its deadline lies ahead: one whose
+// deadline has come is about to run.
+bool Clock::ownersAllWaiting() const {
+    const Hns now = m_virtualNow.load();
+    for (std::thread::id owner : m_owners ? m_owners() : std::vector<std::thread::id>{}) {
+        auto waiter = m_waiters.find(owner);
+        if (waiter == m_waiters.end() || waiter->second <= now) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void Clock::advanceToEarliestDeadline() {
+    const Hns now = m_virtualNow.load();
+    Hns earliest = INT64_MAX;
+    for (const auto& [thread, deadline] : m_waiters) {
+        if (deadline > now && deadline < earliest) {
+            earliest = deadline;
+        }
+    }
+    if (earliest == INT64_MAX) {
+        return;
+    }
+    m_virtualNow = earliest;
+    if (m_advance) {
+        m_advance(earliest);
+    }
+    m_changed.notify_all();
+}
+
+void Clock::setOwners(std::function<std::vector<std::thread::id>()> owners) {
+    std::lock_guard lock(m_mutex);
+    m_owners = std::move(owners);
+}
+
+void Clock::ownersChanged() {
+    std::lock_guard lock(m_mutex);
+    m_changed.notify_all();
+}
+
+void Clock::setAdvanceHook(std::function<void(Hns)> hook) {
+    std::lock_guard lock(m_mutex);
+    m_advance = std::move(hook);
+}
+
+void setClockMode(ClockMode mode) {
+    Clock::instance().setMode(mode);
+}
+
+ClockMode clockMode() {
+    return Clock::instance().mode();
+}
+
+Hns clockNow() {
+    return Clock::instance().now();
+}
+
+} // namespace sim
+
+extern "C" {
+
+void Sleep(DWORD milliseconds) {
+    sim::Clock& clock = sim::Clock::instance();
+    if (milliseconds == 0) {
+        std::this_thread::yield();
+        return;
+    }
+    clock.waitUntil(clock.now() + sim::Hns(milliseconds) * 10000);
+}
+
+ULONGLONG GetTickCount64(void) {
+    return ULONGLONG(sim::Clock::instance().now() / 10000);
+}
+}
