@@ -8,6 +8,8 @@
 #include "platform/sim/Runtime.h"
 
 #include <cstring>
+#include <mutex>
+#include <utility>
 
 namespace sim {
 
@@ -25,6 +27,12 @@ WAVEFORMATEX* taskCopy(const WAVEFORMATEXTENSIBLE& format) {
     return copy;
 }
 
+std::mutex requestsMutex;
+std::vector<InitializeRequest>& requests() {
+    static auto* made = new std::vector<InitializeRequest>;
+    return *made;
+}
+
 class AudioClient final : public ComObject<AudioClient, IAudioClient> {
 public:
     explicit AudioClient(const std::string& endpointId)
@@ -32,7 +40,15 @@ public:
 
     HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE mode, DWORD flags,
                                          REFERENCE_TIME duration, REFERENCE_TIME periodicity,
-                                         const WAVEFORMATEX* format, LPCGUID) override {
+                                         const WAVEFORMATEX* format, LPCGUID session) override {
+        HRESULT result = initialize(mode, flags, duration, periodicity, format, session);
+        std::lock_guard lock(requestsMutex);
+        requests().push_back({m_state->endpoint, mode, duration, periodicity, result});
+        return result;
+    }
+
+    HRESULT initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME duration,
+                       REFERENCE_TIME periodicity, const WAVEFORMATEX* format, LPCGUID) {
         if (HRESULT fault = injectedFault("Initialize", m_state->endpoint)) {
             return fault;
         }
@@ -323,6 +339,11 @@ void ClientState::pollWait() const {
     if (clock.mode() == ClockMode::Virtual && AudioEngine::instance().isRunning(stream)) {
         clock.waitUntil(clock.now() + defaultPeriod);
     }
+}
+
+std::vector<InitializeRequest> takeInitializeRequests() {
+    std::lock_guard lock(requestsMutex);
+    return std::exchange(requests(), {});
 }
 
 IAudioClient* createAudioClient(const std::string& endpointId) {

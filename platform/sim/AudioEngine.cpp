@@ -398,3 +398,18 @@ void AudioEngine::pump() {
 }
 
 } // namespace sim
+
+namespace sim {
+
+bool AudioEngine::isStreaming(const std::string& endpoint) {
+    std::lock_guard lock(m_mutex);
+    return std::any_of(m_state->streams.begin(), m_state->streams.end(), [&](const auto& entry) {
+        return entry.second.spec.endpoint == endpoint && entry.second.holdsTime();
+    });
+}
+
+bool isStreaming(const std::string& endpointId) {
+    return AudioEngine::instance().isStreaming(endpointId);
+}
+
+} // namespace sim

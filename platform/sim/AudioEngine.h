@@ -66,6 +66,7 @@ public:
     void setEvent(StreamId id, HANDLE event);
     bool isRunning(StreamId id) const;
     std::uint64_t position(StreamId id) const;
+    bool isStreaming(const std::string& endpoint);
 
     // Brings every stream up to the clock's time (real time moves on its own; virtual time
     // brings streams along as it moves). Locks nothing the caller holds.

@@ -1,4 +1,5 @@
 #include "platform/sim/Clock.h"
+#include "platform/standin/sync.h"
 
 #include <chrono>
 #include <cstdlib>

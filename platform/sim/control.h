@@ -3,9 +3,11 @@
 #pragma once
 
 #include "platform/standin/types.h"
+#include "platform/standin/audioclient.h"
 #include "platform/standin/winuser.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace sim {
@@ -29,6 +31,22 @@ LIBAUDIO_PLATFORM_API void failNextCoInitialize(HRESULT code);
 LIBAUDIO_PLATFORM_API void failNextCoTaskMemAlloc();
 // Calls of CoUninitialize on the calling thread since it started.
 LIBAUDIO_PLATFORM_API int comUninitializeCalls();
+
+// One IAudioClient::Initialize call as the platform saw it, and what it answered.
+struct InitializeRequest {
+    std::string endpoint;
+    AUDCLNT_SHAREMODE mode;
+    REFERENCE_TIME duration;
+    REFERENCE_TIME periodicity;
+    HRESULT result;
+};
+// The Initialize calls since the last call, oldest first.
+LIBAUDIO_PLATFORM_API std::vector<InitializeRequest> takeInitializeRequests();
+
+// Whether a stream of the endpoint is running and has something to play or fill. Virtual
+// time does not wait for a thread that has not reached the platform yet, so a test starts
+// recording once the player is heard.
+LIBAUDIO_PLATFORM_API bool isStreaming(const std::string& endpointId);
 
 struct PostedMessage {
     HWND window;
