@@ -100,7 +100,11 @@ void Clock::waitVirtual(Hns deadline) {
 // deadline has come is about to run.
 bool Clock::ownersAllWaiting() const {
     const Hns now = m_virtualNow.load();
-    for (std::thread::id owner : m_owners ? m_owners() : std::vector<std::thread::id>{}) {
+    std::vector<std::thread::id> owners = m_owners ? m_owners() : std::vector<std::thread::id>{};
+    for (const auto& [holder, count] : m_holders) {
+        owners.push_back(holder);
+    }
+    for (std::thread::id owner : owners) {
         auto waiter = m_waiters.find(owner);
         if (waiter == m_waiters.end() || waiter->second <= now) {
             return false;
@@ -137,6 +141,17 @@ void Clock::ownersChanged() {
     m_changed.notify_all();
 }
 
+void Clock::hold(bool held) {
+    std::lock_guard lock(m_mutex);
+    const std::thread::id self = std::this_thread::get_id();
+    if (held) {
+        ++m_holders[self];
+    } else if (m_holders.count(self) && --m_holders[self] == 0) {
+        m_holders.erase(self);
+    }
+    m_changed.notify_all();
+}
+
 void Clock::setAdvanceHook(std::function<void(Hns)> hook) {
     std::lock_guard lock(m_mutex);
     m_advance = std::move(hook);
@@ -148,6 +163,10 @@ void setClockMode(ClockMode mode) {
 
 ClockMode clockMode() {
     return Clock::instance().mode();
+}
+
+void holdVirtualTime(bool hold) {
+    Clock::instance().hold(hold);
 }
 
 Hns clockNow() {

@@ -38,6 +38,7 @@ public:
     void setAdvanceHook(std::function<void(Hns)> hook);
     // The set of threads that run streams may have changed.
     void ownersChanged();
+    void hold(bool held);
 
 private:
     Clock();
@@ -52,6 +53,7 @@ private:
     std::atomic<Hns> m_virtualNow{0};
     std::atomic<Hns> m_realOffset{0}; // added to the steady clock's reading in real mode
     std::map<std::thread::id, Hns> m_waiters;
+    std::map<std::thread::id, int> m_holders;
     std::function<std::vector<std::thread::id>()> m_owners;
     std::function<void(Hns)> m_advance;
 };

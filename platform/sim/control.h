@@ -22,6 +22,9 @@ enum class ClockMode { Real, Virtual };
 LIBAUDIO_PLATFORM_API void setClockMode(ClockMode mode);
 LIBAUDIO_PLATFORM_API ClockMode clockMode();
 LIBAUDIO_PLATFORM_API Hns clockNow();
+// While held, virtual time also waits for the calling thread: it moves only while that
+// thread sleeps on the platform's clock. Tests hold it to act at a point in virtual time.
+LIBAUDIO_PLATFORM_API void holdVirtualTime(bool hold);
 
 // Number of unbalanced CoInitialize calls on the calling thread.
 LIBAUDIO_PLATFORM_API int comInitCount();

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cmath>
 #include <cctype>
 #include <chrono>
@@ -39,9 +40,14 @@ protected:
     void SetUp() override {
         sim::installMachine(model::loadMachine("laptop"));
         sim::setClockMode(sim::ClockMode::Virtual);
+        // The test's own thread takes part: time moves only while it sleeps.
+        sim::holdVirtualTime(true);
         sim::takeInitializeRequests();
     }
-    void TearDown() override { sim::clearFaults(); }
+    void TearDown() override {
+        sim::holdVirtualTime(false);
+        sim::clearFaults();
+    }
 
     static CComPtr<IMMDevice> device(const std::string& id) {
         CComPtr<IMMDeviceEnumerator> enumerator;
@@ -92,8 +98,8 @@ inline bool waitFor(const std::function<bool()>& done, unsigned int milliseconds
     return done();
 }
 
-// Waits in real time until a player's thread has reached the device: virtual time does not
-// wait for a thread that has not.
+// Waits in real time until a player's thread has reached the device: virtual time waits
+// for the test's thread, not for a thread that has not reached the platform yet.
 inline bool waitUntilHeard(const std::string& endpoint) {
     for (int tries = 0; tries < 5000 && !sim::isStreaming(endpoint); ++tries) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
