@@ -91,6 +91,9 @@ void Clock::waitVirtual(Hns deadline) {
     }
     m_waiters.erase(self);
     lock.unlock();
+    // A thread that sleeps in a loop would otherwise take the lock straight back and starve
+    // threads that have work to finish before the time they are waited for.
+    std::this_thread::yield();
     if (m_mode.load() == ClockMode::Real) {
         waitUntil(deadline); // the mode changed while waiting
     }

@@ -106,12 +106,12 @@ TEST_F(ClientRendererTest, PlayOnceEndsByItselfAndARemovedDeviceEndsALoop) {
     libAudio::AudioRendererEx renderer(device(kSpeakers), &played);
     EXPECT_FALSE(renderer.isStillPlaying());
     ASSERT_TRUE(renderer.play(libAudio::AudioRendererEx::PLAY_ONCE, never()));
-    EXPECT_TRUE(waitFor([&] { return !renderer.isStillPlaying(); }, 2000));
+    EXPECT_TRUE(waitFor([&] { return !renderer.isStillPlaying(); }));
 
     ASSERT_TRUE(renderer.play(0, never()));
     EXPECT_TRUE(renderer.isStillPlaying());
     sim::setEndpointState(kSpeakers, DEVICE_STATE_UNPLUGGED);
-    EXPECT_TRUE(waitFor([&] { return !renderer.isStillPlaying(); }, 2000));
+    EXPECT_TRUE(waitFor([&] { return !renderer.isStillPlaying(); }));
     EXPECT_TRUE(renderer.stop());
 }
 

@@ -87,15 +87,18 @@ inline libAudio::StaticPCMBuffer recording(double seconds, unsigned int channels
     return buffer;
 }
 
-// Sleeps on the platform's clock until done() or the virtual time limit.
-inline bool waitFor(const std::function<bool()>& done, unsigned int milliseconds = 20000) {
-    for (unsigned int waited = 0; waited < milliseconds; waited += 10) {
-        if (done()) {
-            return true;
+// Sleeps on the platform's clock until done(), for at most 20 s of real time: virtual
+// time may run far ahead of a thread that is finishing its work.
+inline bool waitFor(const std::function<bool()>& done) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
         }
         Sleep(10);
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
-    return done();
+    return true;
 }
 
 // Waits in real time until a player's thread has reached the device: virtual time waits
