@@ -24,33 +24,34 @@ ManagedThread::ManagedThread(Function function, void* context)
     : m_function(std::move(function)), m_context(context) {}
 
 ManagedThread::~ManagedThread() {
-    if (m_thread.joinable()) {
-        if (m_thread.get_id() == std::this_thread::get_id()) {
-            m_thread.detach();
-        } else {
-            m_thread.join();
-        }
+    if (!join() && m_handle) {
+        CloseHandle(m_handle); // destroyed by its own thread: that thread simply goes on
     }
 }
 
 bool ManagedThread::run(const char* name) {
-    if (!m_function || m_thread.joinable() || m_running.load()) {
+    if (!m_function || m_handle || m_running.load()) {
         return false;
     }
     m_name = name ? name : "";
     m_finished.store(false);
     m_running.store(true);
-    try {
-        m_thread = std::thread(&ManagedThread::body, this);
-    } catch (const std::system_error& error) {
+    m_handle = CreateThread(nullptr, 0, &ManagedThread::start, this, 0, nullptr);
+    if (!m_handle) {
         m_running.store(false);
-        QEL_ERROR("Cannot start thread ", m_name, ": ", error.what());
+        QEL_ERROR("Cannot start thread ", m_name, ": error ", (unsigned int)GetLastError());
         return false;
     }
     return true;
 }
 
+DWORD WINAPI ManagedThread::start(LPVOID self) {
+    static_cast<ManagedThread*>(self)->body();
+    return 0;
+}
+
 void ManagedThread::body() {
+    m_id.store(std::this_thread::get_id());
     nameCurrentThread(m_name);
     int code = -1;
     try {
@@ -66,10 +67,12 @@ void ManagedThread::body() {
 }
 
 bool ManagedThread::join() {
-    if (!m_thread.joinable() || m_thread.get_id() == std::this_thread::get_id()) {
+    if (!m_handle || m_id.load() == std::this_thread::get_id()) {
         return false;
     }
-    m_thread.join();
+    WaitForSingleObject(m_handle, INFINITE);
+    CloseHandle(m_handle);
+    m_handle = nullptr;
     return true;
 }
 

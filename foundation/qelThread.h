@@ -3,6 +3,7 @@
 #pragma once
 
 #include "foundation/export.h"
+#include "platform/win32.h"
 
 #include <atomic>
 #include <cstdint>
@@ -34,12 +35,14 @@ public:
     const std::string& name() const { return m_name; }
 
 private:
+    static DWORD WINAPI start(LPVOID self);
     void body();
 
     Function m_function;
     void* m_context;
     std::string m_name;
-    std::thread m_thread;
+    HANDLE m_handle = nullptr; // the platform's thread: its waits are the platform's too
+    std::atomic<std::thread::id> m_id{};
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_finished{false};
     int m_exitCode = 0;

@@ -11,7 +11,8 @@ namespace {
 
 // How long a waiting thread gives a stream's thread that is busy elsewhere before time
 // moves on without it.
-constexpr auto kOwnerGrace = std::chrono::milliseconds(20);
+constexpr auto kOwnerGrace = std::chrono::milliseconds(50);
+constexpr auto kBriefly = std::chrono::milliseconds(1);
 
 std::chrono::steady_clock::time_point origin() {
     static const auto start = std::chrono::steady_clock::now();
@@ -83,11 +84,7 @@ void Clock::waitVirtual(Hns deadline) {
     m_waiters[self] = deadline;
     m_changed.notify_all();
     while (m_mode.load() == ClockMode::Virtual && m_virtualNow.load() < deadline) {
-        if (ownersAllWaiting()) {
-            advanceToEarliestDeadline();
-        } else if (m_changed.wait_for(lock, kOwnerGrace) == std::cv_status::timeout) {
-            advanceToEarliestDeadline();
-        }
+        waitStep(lock, kOwnerGrace);
     }
     m_waiters.erase(self);
     lock.unlock();
@@ -99,6 +96,40 @@ void Clock::waitVirtual(Hns deadline) {
     }
 }
 
+void Clock::waitStep(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds patience) {
+    if (ownersAllWaiting()) {
+        advanceToEarliestDeadline();
+    } else if (m_changed.wait_for(lock, patience) == std::cv_status::timeout &&
+               patience == kOwnerGrace) {
+        advanceToEarliestDeadline(); // a thread busy elsewhere does not stop time for ever
+    }
+}
+
+void Clock::waitBriefly(Hns deadline) {
+    std::unique_lock lock(m_mutex);
+    const std::thread::id self = std::this_thread::get_id();
+    m_waiters[self] = deadline;
+    m_changed.notify_all();
+    const Hns before = m_virtualNow.load();
+    auto until = std::chrono::steady_clock::now() + kBriefly;
+    while (m_virtualNow.load() == before && m_virtualNow.load() < deadline &&
+           std::chrono::steady_clock::now() < until) {
+        waitStep(lock, kBriefly);
+    }
+    m_waiters.erase(self);
+}
+
+void Clock::participantBegins(std::thread::id thread) {
+    std::lock_guard lock(m_mutex);
+    ++m_participants[thread];
+}
+
+void Clock::participantEnds(std::thread::id thread) {
+    std::lock_guard lock(m_mutex);
+    m_participants.erase(thread);
+    m_changed.notify_all();
+}
+
 // A stream's thread counts as waiting only while its deadline lies ahead: one whose
 // deadline has come is about to run.
 bool Clock::ownersAllWaiting() const {
@@ -106,6 +137,9 @@ bool Clock::ownersAllWaiting() const {
     std::vector<std::thread::id> owners = m_owners ? m_owners() : std::vector<std::thread::id>{};
     for (const auto& [holder, count] : m_holders) {
         owners.push_back(holder);
+    }
+    for (const auto& [participant, count] : m_participants) {
+        owners.push_back(participant);
     }
     for (std::thread::id owner : owners) {
         auto waiter = m_waiters.find(owner);

@@ -6,11 +6,14 @@
 // earliest deadline. So a recording of a second takes as long as the work it causes, and
 // players and recorders move in lockstep whatever the scheduler does. A thread that runs a
 // stream but does not come back to wait holds time up for at most a short real-time grace.
+// Threads that the platform started (CreateThread) count from their start to their end,
+// and a wait on a thread or an event counts as waiting.
 #pragma once
 
 #include "platform/sim/control.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -31,6 +34,13 @@ public:
     Hns now() const;
     // Returns once the clock has reached deadline.
     void waitUntil(Hns deadline);
+    // Virtual time: one step of waiting for deadline, at most about a millisecond of real
+    // time, for a thread that also waits for something else.
+    void waitBriefly(Hns deadline);
+
+    // Threads the platform started: virtual time waits for them while they live.
+    void participantBegins(std::thread::id thread);
+    void participantEnds(std::thread::id thread);
 
     // The source of the threads that run streams, and what runs each time virtual time
     // moves. Both are called under the clock's lock.
@@ -44,6 +54,8 @@ private:
     Clock();
     Hns realNow() const;
     void waitVirtual(Hns deadline);
+    // One round of a virtual wait under the lock: moves time on when it may.
+    void waitStep(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds patience);
     bool ownersAllWaiting() const;
     void advanceToEarliestDeadline();
 
@@ -54,6 +66,7 @@ private:
     std::atomic<Hns> m_realOffset{0}; // added to the steady clock's reading in real mode
     std::map<std::thread::id, Hns> m_waiters;
     std::map<std::thread::id, int> m_holders;
+    std::map<std::thread::id, int> m_participants;
     std::function<std::vector<std::thread::id>()> m_owners;
     std::function<void(Hns)> m_advance;
 };

@@ -46,9 +46,8 @@ struct InitializeRequest {
 // The Initialize calls since the last call, oldest first.
 LIBAUDIO_PLATFORM_API std::vector<InitializeRequest> takeInitializeRequests();
 
-// Whether a stream of the endpoint is running and has something to play or fill. Virtual
-// time does not wait for a thread that has not reached the platform yet, so a test starts
-// recording once the player is heard.
+// Whether a stream of the endpoint is running and has something to play or fill: what a
+// listener in the room would hear.
 LIBAUDIO_PLATFORM_API bool isStreaming(const std::string& endpointId);
 
 struct PostedMessage {

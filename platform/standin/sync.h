@@ -3,6 +3,7 @@
 
 #include "platform/standin/types.h"
 
+#include <cstddef>
 #include <stdexcept>
 
 struct CRITICAL_SECTION {
@@ -40,6 +41,14 @@ LIBAUDIO_PLATFORM_API void Sleep(DWORD milliseconds);
 LIBAUDIO_PLATFORM_API ULONGLONG GetTickCount64(void);
 LIBAUDIO_PLATFORM_API DWORD GetLastError(void);
 LIBAUDIO_PLATFORM_API void SetLastError(DWORD error);
+
+// Threads. A thread's handle is signalled when the thread has ended.
+typedef DWORD(WINAPI* LPTHREAD_START_ROUTINE)(LPVOID parameter);
+#define STILL_ACTIVE 259
+LIBAUDIO_PLATFORM_API HANDLE CreateThread(void* securityAttributes, std::size_t stackSize,
+                                          LPTHREAD_START_ROUTINE start, LPVOID parameter,
+                                          DWORD creationFlags, DWORD* threadId);
+LIBAUDIO_PLATFORM_API BOOL GetExitCodeThread(HANDLE thread, DWORD* exitCode);
 
 // Events and waits.
 LIBAUDIO_PLATFORM_API HANDLE CreateEventW(void* securityAttributes, BOOL manualReset,

@@ -101,15 +101,6 @@ inline bool waitFor(const std::function<bool()>& done) {
     return true;
 }
 
-// Waits in real time until a player's thread has reached the device: virtual time waits
-// for the test's thread, not for a thread that has not reached the platform yet.
-inline bool waitUntilHeard(const std::string& endpoint) {
-    for (int tries = 0; tries < 5000 && !sim::isStreaming(endpoint); ++tries) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return sim::isStreaming(endpoint);
-}
-
 inline std::function<bool()> never() {
     return [] { return false; };
 }
