@@ -69,6 +69,14 @@ public:
         replace(fresh, n);
     }
 
+    // Describes count elements owned elsewhere: the capacity stays 0, so this buffer never
+    // frees them. A copy of such a buffer owns a copy of the elements.
+    void refer(T* source, Uint64 count) {
+        release();
+        m_data = source;
+        m_size = source ? count : 0;
+    }
+
     void release() {
         if (m_capacity != 0) {
             std::free(m_data);
