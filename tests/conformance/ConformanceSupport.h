@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <string>
@@ -75,20 +76,17 @@ inline std::vector<CComPtr<IMMDevice>> endpoints(IMMDeviceEnumerator* enumerator
     return devices;
 }
 
-// A client object owned by the test (it lives on the stack, so Release never frees it).
+// A client object owned by the test (it lives on the stack, so Release never frees it) that
+// records the thread of every delivery.
 template <class Interface> class Recorder : public Interface {
 public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
         if (!out) {
             return E_POINTER;
         }
-        *out = nullptr;
-        if (iid != IID_IUnknown && iid != platform::iidOf<Interface>()) {
-            return E_NOINTERFACE;
-        }
-        *out = static_cast<Interface*>(this);
-        AddRef();
-        return S_OK;
+        bool known = iid == IID_IUnknown || iid == platform::iidOf<Interface>();
+        *out = known ? static_cast<Interface*>(this) : nullptr;
+        return known ? (AddRef(), S_OK) : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
     ULONG STDMETHODCALLTYPE Release() override { return --m_references; }
@@ -97,24 +95,17 @@ public:
         std::lock_guard lock(m_mutex);
         return m_threads.size();
     }
-    // True when every delivery so far came on a thread other than the caller's.
     bool allOnOtherThreads() const {
         std::lock_guard lock(m_mutex);
-        for (std::thread::id thread : m_threads) {
-            if (thread == std::this_thread::get_id()) {
-                return false;
-            }
-        }
-        return true;
+        return std::find(m_threads.begin(), m_threads.end(), std::this_thread::get_id()) ==
+               m_threads.end();
     }
 
 protected:
-    void record() { m_threads.push_back(std::this_thread::get_id()); }
-
     mutable std::mutex m_mutex;
+    std::vector<std::thread::id> m_threads; // guarded by m_mutex
 
 private:
-    std::vector<std::thread::id> m_threads;
     std::atomic<ULONG> m_references{1};
 };
 
@@ -122,61 +113,50 @@ class VolumeRecorder final : public Recorder<IAudioEndpointVolumeCallback> {
 public:
     HRESULT STDMETHODCALLTYPE OnNotify(PAUDIO_VOLUME_NOTIFICATION_DATA data) override {
         std::lock_guard lock(m_mutex);
-        record();
-        m_muted = data->bMuted;
-        m_master = data->fMasterVolume;
-        m_channels = data->nChannels;
-        m_context = data->guidEventContext;
+        m_threads.push_back(std::this_thread::get_id());
+        m_last = *data; // the first channel's level comes along; the rest is not kept
         return S_OK;
     }
-    BOOL muted() const { return locked(m_muted); }
-    float master() const { return locked(m_master); }
-    UINT channels() const { return locked(m_channels); }
-    GUID context() const { return locked(m_context); }
+    AUDIO_VOLUME_NOTIFICATION_DATA last() const {
+        std::lock_guard lock(m_mutex);
+        return m_last;
+    }
 
 private:
-    template <class T> T locked(const T& value) const {
-        std::lock_guard lock(m_mutex);
-        return value;
-    }
-    BOOL m_muted = FALSE;
-    float m_master = -1.0f;
-    UINT m_channels = 0;
-    GUID m_context{};
+    AUDIO_VOLUME_NOTIFICATION_DATA m_last{};
 };
 
+// Keeps the state changes; every other device event only counts as a call.
 class DeviceEventRecorder final : public Recorder<IMMNotificationClient> {
 public:
-    struct Event {
-        char kind; // 's' state, 'a' added, 'r' removed, 'd' default, 'p' property
-        WString id;
-        DWORD value;
-    };
     HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR id, DWORD state) override {
-        return add('s', id, state);
-    }
-    HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR id) override { return add('a', id, 0); }
-    HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR id) override { return add('r', id, 0); }
-    HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole,
-                                                     LPCWSTR id) override {
-        return add('d', id, DWORD(flow));
-    }
-    HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR id, const PROPERTYKEY) override {
-        return add('p', id, 0);
-    }
-    std::vector<Event> events() const {
         std::lock_guard lock(m_mutex);
-        return m_events;
+        m_states.push_back({WString(id), state});
+        return record();
+    }
+    HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR) override { return locked(); }
+    HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR) override { return locked(); }
+    HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow, ERole, LPCWSTR) override {
+        return locked();
+    }
+    HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY) override {
+        return locked();
+    }
+    std::vector<std::pair<WString, DWORD>> states() const {
+        std::lock_guard lock(m_mutex);
+        return m_states;
     }
 
 private:
-    HRESULT add(char kind, LPCWSTR id, DWORD value) {
-        std::lock_guard lock(m_mutex);
-        record();
-        m_events.push_back({kind, id ? WString(id) : WString(), value});
+    HRESULT record() {
+        m_threads.push_back(std::this_thread::get_id());
         return S_OK;
     }
-    std::vector<Event> m_events;
+    HRESULT locked() {
+        std::lock_guard lock(m_mutex);
+        return record();
+    }
+    std::vector<std::pair<WString, DWORD>> m_states;
 };
 
 } // namespace conformance

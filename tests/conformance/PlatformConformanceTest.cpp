@@ -422,9 +422,9 @@ TEST_P(Platform, CallbacksArriveOnAnotherThreadUntilUnregistered) {
     EXPECT_EQ(S_OK, volume->SetMute(!muted, &context));
     sim::waitForNotifications();
     EXPECT_GE(volumeCalls.calls(), 1u);
-    EXPECT_EQ(!muted, volumeCalls.muted());
-    EXPECT_EQ(channels, volumeCalls.channels());
-    EXPECT_TRUE(context == volumeCalls.context());
+    EXPECT_EQ(!muted, volumeCalls.last().bMuted);
+    EXPECT_EQ(channels, volumeCalls.last().nChannels);
+    EXPECT_TRUE(context == volumeCalls.last().guidEventContext);
     EXPECT_TRUE(volumeCalls.allOnOtherThreads());
     EXPECT_EQ(S_OK, volume->UnregisterControlChangeNotify(&volumeCalls));
     const std::size_t volumeSeen = volumeCalls.calls();
@@ -436,10 +436,8 @@ TEST_P(Platform, CallbacksArriveOnAnotherThreadUntilUnregistered) {
     ASSERT_EQ(S_OK, enumerator->RegisterEndpointNotificationCallback(&deviceCalls));
     EXPECT_TRUE(sim::setEndpointState(narrow(id), DEVICE_STATE_DISABLED));
     sim::waitForNotifications();
-    std::vector<DeviceEventRecorder::Event> events = deviceCalls.events();
-    EXPECT_TRUE(std::any_of(events.begin(), events.end(), [&](const auto& e) {
-        return e.kind == 's' && e.id == id && e.value == DEVICE_STATE_DISABLED;
-    }));
+    const std::pair<WString, DWORD> disabled{id, DEVICE_STATE_DISABLED};
+    EXPECT_EQ(std::vector{disabled}, deviceCalls.states());
     EXPECT_TRUE(deviceCalls.allOnOtherThreads());
     EXPECT_EQ(S_OK, enumerator->UnregisterEndpointNotificationCallback(&deviceCalls));
     const std::size_t deviceSeen = deviceCalls.calls();
