@@ -22,5 +22,8 @@ Action addWavInfoCommand(CLI::App& app, const GlobalOptions& global);
 Action addEndpointsCommand(CLI::App& app, const GlobalOptions& global);
 Action addEndpointCommand(CLI::App& app, const GlobalOptions& global);
 Action addVolumeCommand(CLI::App& app, const GlobalOptions& global);
+Action addPlayCommand(CLI::App& app, const GlobalOptions& global);
+Action addRecordCommand(CLI::App& app, const GlobalOptions& global);
+Action addLoopbackCommand(CLI::App& app, const GlobalOptions& global);
 
 } // namespace audiodiag

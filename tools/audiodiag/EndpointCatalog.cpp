@@ -142,14 +142,21 @@ std::string nodeTypeName(const GUID& nodeType) {
     return guidText(nodeType);
 }
 
-std::optional<std::uint32_t> formFactor(const AudioDevice& device) {
+CComPtr<IMMDevice> openDevice(const AudioDevice& device) {
     CComPtr<IMMDeviceEnumerator> enumerator;
     CComPtr<IMMDevice> platformDevice;
-    CComPtr<IPropertyStore> store;
     const qel::String& id = device.deviceProperty().deviceId;
     if (FAILED(enumerator.CoCreateInstance(CLSID_MMDeviceEnumerator)) ||
-        FAILED(enumerator->GetDevice(platform::wide(id.getUCS2Buffer()), &platformDevice)) ||
-        FAILED(platformDevice->OpenPropertyStore(STGM_READ, &store))) {
+        FAILED(enumerator->GetDevice(platform::wide(id.getUCS2Buffer()), &platformDevice))) {
+        return {};
+    }
+    return platformDevice;
+}
+
+std::optional<std::uint32_t> formFactor(const AudioDevice& device) {
+    CComPtr<IMMDevice> platformDevice = openDevice(device);
+    CComPtr<IPropertyStore> store;
+    if (!platformDevice || FAILED(platformDevice->OpenPropertyStore(STGM_READ, &store))) {
         return std::nullopt;
     }
     PROPVARIANT value;

@@ -36,6 +36,9 @@ std::string flowName(EDataFlow flow);
 std::string displayName(const AudioDevice& device);
 // The KSNODETYPE name of a node GUID ("SPEAKER"), or the GUID's text.
 std::string nodeTypeName(const GUID& nodeType);
+// The platform's device behind an endpoint, as the streaming classes take it; null when
+// the endpoint is gone.
+CComPtr<IMMDevice> openDevice(const AudioDevice& device);
 // The form factor property, which the cached properties do not carry.
 std::optional<std::uint32_t> formFactor(const AudioDevice& device);
 std::string formFactorName(std::optional<std::uint32_t> formFactor);

@@ -22,6 +22,13 @@ int main(int argc, char** argv) {
     commands.emplace_back(endpoint, addEndpointCommand(*endpoint, global));
     CLI::App* volume = app.add_subcommand("volume", "Read or set an endpoint's volume and mute");
     commands.emplace_back(volume, addVolumeCommand(*volume, global));
+    CLI::App* play = app.add_subcommand("play", "Play a test tone on a render endpoint");
+    commands.emplace_back(play, addPlayCommand(*play, global));
+    CLI::App* record = app.add_subcommand("record", "Record a capture endpoint to a WAV file");
+    commands.emplace_back(record, addRecordCommand(*record, global));
+    CLI::App* loopback =
+        app.add_subcommand("loopback", "Play a tone on one endpoint, record another, measure");
+    commands.emplace_back(loopback, addLoopbackCommand(*loopback, global));
     CLI::App* machines = app.add_subcommand("machines", "List the bundled simulated machines");
     commands.emplace_back(machines, addMachinesCommand(*machines, global));
 
