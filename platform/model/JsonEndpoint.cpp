@@ -167,9 +167,9 @@ Endpoint readEndpoint(const Json& value, const Where& where) {
         e.muted = volume->flag("muted", false);
     }
     e.topologyDevice = o.text("topology_device");
-    e.stream = readStreamTraits(o.object("stream", {"default_period_ms", "minimum_period_ms",
-                                                    "rates", "bits", "channels",
-                                                    "alignment_bytes"}));
+    e.stream =
+        readStreamTraits(o.object("stream", {"default_period_ms", "minimum_period_ms", "rates",
+                                             "bits", "channels", "alignment_bytes"}));
     readOverrides(o, e);
     return e;
 }

@@ -68,12 +68,12 @@ public:
         }
         std::optional<SampleFormat> sample = SampleFormat::from(format);
         bool exclusive = mode == AUDCLNT_SHAREMODE_EXCLUSIVE;
-        if (!sample || (exclusive ? !supportsExclusive(*info, *sample)
-                                  : !isMixFormat(*info, *sample))) {
+        if (!sample ||
+            (exclusive ? !supportsExclusive(*info, *sample) : !isMixFormat(*info, *sample))) {
             return AUDCLNT_E_UNSUPPORTED_FORMAT;
         }
-        BufferRequest request{exclusive, (flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0,
-                              duration, periodicity};
+        BufferRequest request{exclusive, (flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0, duration,
+                              periodicity};
         BufferLayout layout;
         if (HRESULT refused = layoutBuffer(*info, *sample, request, layout); FAILED(refused)) {
             return refused;

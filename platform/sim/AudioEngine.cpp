@@ -96,8 +96,8 @@ struct AudioEngine::Stream {
                std::uint64_t(double(elapsed) * spec.format.rate / kHnsPerSecond + 1e-6);
     }
     double timeOf(std::uint64_t frame) const {
-        return double(anchorTime) + (double(frame) - double(anchorFrame)) * kHnsPerSecond /
-                                        spec.format.rate;
+        return double(anchorTime) +
+               (double(frame) - double(anchorFrame)) * kHnsPerSecond / spec.format.rate;
     }
     bool holdsTime() const {
         return running && !closed && (render ? render->active() : capture->active());
@@ -255,7 +255,7 @@ namespace {
 std::uint32_t dueFrames(const AudioEngine::Stream& s, Hns time) {
     std::uint64_t target = s.framesAt(time);
     return target > s.position ? std::uint32_t(std::min<std::uint64_t>(target - s.position,
-                                                                        s.spec.format.rate * 10ull))
+                                                                       s.spec.format.rate * 10ull))
                                : 0;
 }
 
@@ -282,8 +282,10 @@ void playInto(AudioEngine::Stream& s, Hns time, const EndpointGain& gain) {
 }
 
 // One channel of what the capture endpoint hears at time t along its routes.
-double heard(double t, const std::vector<std::pair<const RouteInfo*, std::vector<const AudioEngine::Stream*>>>& routes,
-             std::normal_distribution<double>& gauss, std::mt19937& noise) {
+double heard(
+    double t,
+    const std::vector<std::pair<const RouteInfo*, std::vector<const AudioEngine::Stream*>>>& routes,
+    std::normal_distribution<double>& gauss, std::mt19937& noise) {
     double sum = 0;
     for (const auto& [route, sources] : routes) {
         double signal = 0;
@@ -322,8 +324,7 @@ void recordFrom(AudioEngine::Stream& s, Hns time, const MachineView& view,
             samples[std::size_t(f) * channels + c] = float(value * gain.of(c));
         }
     }
-    s.capture->push(samples.data(), frames, s.position, Hns(s.timeOf(s.position)),
-                    routes.empty());
+    s.capture->push(samples.data(), frames, s.position, Hns(s.timeOf(s.position)), routes.empty());
     s.position = s.framesAt(time);
 }
 

@@ -33,8 +33,8 @@ public:
     virtual ~CaptureFeed() = default;
     // Takes frames frames of floats recorded at device position `position`; silent when
     // nothing was routed to the endpoint. Runs under the engine's lock.
-    virtual void push(const float* samples, std::uint32_t frames, std::uint64_t position,
-                      Hns time, bool silent) = 0;
+    virtual void push(const float* samples, std::uint32_t frames, std::uint64_t position, Hns time,
+                      bool silent) = 0;
     virtual bool active() const { return true; }
 };
 
@@ -43,7 +43,7 @@ struct StreamSpec {
     bool render = true;
     bool exclusive = false;
     SampleFormat format;
-    Hns period = 100000;   // how often an event-driven stream is signalled
+    Hns period = 100000;    // how often an event-driven stream is signalled
     HANDLE event = nullptr; // signalled once a period while running; may be null
 };
 

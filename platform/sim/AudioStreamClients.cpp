@@ -49,8 +49,8 @@ class CaptureClient final : public ComObject<CaptureClient, IAudioCaptureClient>
 public:
     explicit CaptureClient(std::shared_ptr<ClientState> state) : m_state(std::move(state)) {}
 
-    HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** data, UINT32* frames, DWORD* flags,
-                                        UINT64* position, UINT64* time) override {
+    HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* position,
+                                        UINT64* time) override {
         if (HRESULT refused = usable("GetBuffer")) {
             if (data && frames && flags) {
                 *data = nullptr;
@@ -69,7 +69,8 @@ public:
         if (HRESULT refused = usable("ReleaseBuffer")) {
             return refused;
         }
-        return AudioEngine::instance().locked([&] { return m_state->queue->releaseBuffer(frames); });
+        return AudioEngine::instance().locked(
+            [&] { return m_state->queue->releaseBuffer(frames); });
     }
 
     HRESULT STDMETHODCALLTYPE GetNextPacketSize(UINT32* frames) override {
@@ -82,7 +83,9 @@ public:
         }
         AudioEngine& engine = AudioEngine::instance();
         engine.catchUp();
-        auto next = [&] { return engine.locked([&] { return m_state->queue->nextPacketFrames(); }); };
+        auto next = [&] {
+            return engine.locked([&] { return m_state->queue->nextPacketFrames(); });
+        };
         *frames = next();
         if (*frames == 0) {
             m_state->pollWait();

@@ -22,8 +22,9 @@ public:
 };
 
 // A signal under a lock, waited for in real time.
-template <class State> bool waitOn(std::mutex& mutex, std::condition_variable& signalled,
-                                   DWORD milliseconds, State&& take) {
+template <class State>
+bool waitOn(std::mutex& mutex, std::condition_variable& signalled, DWORD milliseconds,
+            State&& take) {
     std::unique_lock lock(mutex);
     if (milliseconds == INFINITE) {
         signalled.wait(lock, take);

@@ -56,8 +56,7 @@ float RenderHistory::at(double time) const {
     if (fraction < kOnSample) {
         return here;
     }
-    float next = index + 1 < chunk->samples.size() ? chunk->samples[index + 1]
-                                                   : at(chunk->end());
+    float next = index + 1 < chunk->samples.size() ? chunk->samples[index + 1] : at(chunk->end());
     return float(here + (next - here) * fraction);
 }
 

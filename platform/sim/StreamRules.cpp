@@ -9,10 +9,10 @@ namespace sim {
 namespace {
 
 // Limits of exclusive-mode streams.
-constexpr REFERENCE_TIME kLongestPeriod = 5000000;    // 500 ms
-constexpr REFERENCE_TIME kLongestBuffer = 20000000;   // 2 s
-constexpr REFERENCE_TIME kLongestShared = 600000000;  // 60 s: beyond is a caller's mistake
-constexpr std::uint32_t kSharedPeriods = 3;            // the shared engine's smallest buffer
+constexpr REFERENCE_TIME kLongestPeriod = 5000000;   // 500 ms
+constexpr REFERENCE_TIME kLongestBuffer = 20000000;  // 2 s
+constexpr REFERENCE_TIME kLongestShared = 600000000; // 60 s: beyond is a caller's mistake
+constexpr std::uint32_t kSharedPeriods = 3;          // the shared engine's smallest buffer
 
 bool listed(const std::vector<std::uint32_t>& given, std::vector<std::uint32_t> defaults,
             std::uint32_t own, std::uint32_t value) {

@@ -72,8 +72,8 @@ public:
             WAVEHDR* h = queue.front();
             std::uint32_t left = (h->dwBufferLength - m_offset) / m_format.blockAlign;
             std::uint32_t run = std::min(frames - done, left);
-            decodeFrames(m_format, reinterpret_cast<const std::uint8_t*>(h->lpData) + m_offset,
-                         run, out + std::size_t(done) * m_format.channels);
+            decodeFrames(m_format, reinterpret_cast<const std::uint8_t*>(h->lpData) + m_offset, run,
+                         out + std::size_t(done) * m_format.channels);
             done += run;
             m_offset += run * m_format.blockAlign;
             if (run == left) {
@@ -100,8 +100,8 @@ public:
 private:
     void startBlock(const WAVEHDR* h) {
         m_offset = 0;
-        bool looped = (h->dwFlags & (WHDR_BEGINLOOP | WHDR_ENDLOOP)) ==
-                      (WHDR_BEGINLOOP | WHDR_ENDLOOP);
+        bool looped =
+            (h->dwFlags & (WHDR_BEGINLOOP | WHDR_ENDLOOP)) == (WHDR_BEGINLOOP | WHDR_ENDLOOP);
         m_playsLeft = looped ? std::max<DWORD>(1, h->dwLoops) : 1;
     }
     void endOfBlock(WAVEHDR* h) {
@@ -276,8 +276,8 @@ MMRESULT queueBlock(const void* handle, WAVEHDR* header, UINT size) {
         if (queueOf(*d).holds(header)) {
             return WAVERR_STILLPLAYING;
         }
-        if (HRESULT fault = injectedFault(d->render ? "waveOutWrite" : "waveInAddBuffer",
-                                          d->endpoint)) {
+        if (HRESULT fault =
+                injectedFault(d->render ? "waveOutWrite" : "waveInAddBuffer", d->endpoint)) {
             return MMRESULT(fault);
         }
         changeFlags(header, WHDR_INQUEUE, WHDR_DONE);
@@ -376,8 +376,8 @@ std::optional<std::string> waveEndpoint(bool render, unsigned int deviceId) {
 
 extern "C" {
 
-MMRESULT waveOutOpen(LPHWAVEOUT device, UINT deviceId, LPCWAVEFORMATEX format, DWORD_PTR,
-                     DWORD_PTR, DWORD flags) {
+MMRESULT waveOutOpen(LPHWAVEOUT device, UINT deviceId, LPCWAVEFORMATEX format, DWORD_PTR, DWORD_PTR,
+                     DWORD flags) {
     return sim::openDevice(true, reinterpret_cast<void**>(device), deviceId, format, flags);
 }
 
@@ -401,8 +401,8 @@ MMRESULT waveOutReset(HWAVEOUT device) {
     return sim::halt(device, true);
 }
 
-MMRESULT waveInOpen(LPHWAVEIN device, UINT deviceId, LPCWAVEFORMATEX format, DWORD_PTR,
-                    DWORD_PTR, DWORD flags) {
+MMRESULT waveInOpen(LPHWAVEIN device, UINT deviceId, LPCWAVEFORMATEX format, DWORD_PTR, DWORD_PTR,
+                    DWORD flags) {
     return sim::openDevice(false, reinterpret_cast<void**>(device), deviceId, format, flags);
 }
 

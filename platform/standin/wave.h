@@ -56,9 +56,8 @@ LIBAUDIO_PLATFORM_API MMRESULT waveInMessage(HWAVEIN device, UINT message, DWORD
 LIBAUDIO_PLATFORM_API MMRESULT waveOutMessage(HWAVEOUT device, UINT message, DWORD_PTR param1,
                                               DWORD_PTR param2);
 
-LIBAUDIO_PLATFORM_API MMRESULT waveOutOpen(LPHWAVEOUT device, UINT deviceId,
-                                           LPCWAVEFORMATEX format, DWORD_PTR callback,
-                                           DWORD_PTR instance, DWORD flags);
+LIBAUDIO_PLATFORM_API MMRESULT waveOutOpen(LPHWAVEOUT device, UINT deviceId, LPCWAVEFORMATEX format,
+                                           DWORD_PTR callback, DWORD_PTR instance, DWORD flags);
 LIBAUDIO_PLATFORM_API MMRESULT waveOutClose(HWAVEOUT device);
 LIBAUDIO_PLATFORM_API MMRESULT waveOutPrepareHeader(HWAVEOUT device, LPWAVEHDR header,
                                                     UINT headerSize);
@@ -67,16 +66,14 @@ LIBAUDIO_PLATFORM_API MMRESULT waveOutUnprepareHeader(HWAVEOUT device, LPWAVEHDR
 LIBAUDIO_PLATFORM_API MMRESULT waveOutWrite(HWAVEOUT device, LPWAVEHDR header, UINT headerSize);
 LIBAUDIO_PLATFORM_API MMRESULT waveOutReset(HWAVEOUT device);
 
-LIBAUDIO_PLATFORM_API MMRESULT waveInOpen(LPHWAVEIN device, UINT deviceId,
-                                          LPCWAVEFORMATEX format, DWORD_PTR callback,
-                                          DWORD_PTR instance, DWORD flags);
+LIBAUDIO_PLATFORM_API MMRESULT waveInOpen(LPHWAVEIN device, UINT deviceId, LPCWAVEFORMATEX format,
+                                          DWORD_PTR callback, DWORD_PTR instance, DWORD flags);
 LIBAUDIO_PLATFORM_API MMRESULT waveInClose(HWAVEIN device);
 LIBAUDIO_PLATFORM_API MMRESULT waveInPrepareHeader(HWAVEIN device, LPWAVEHDR header,
                                                    UINT headerSize);
 LIBAUDIO_PLATFORM_API MMRESULT waveInUnprepareHeader(HWAVEIN device, LPWAVEHDR header,
                                                      UINT headerSize);
-LIBAUDIO_PLATFORM_API MMRESULT waveInAddBuffer(HWAVEIN device, LPWAVEHDR header,
-                                               UINT headerSize);
+LIBAUDIO_PLATFORM_API MMRESULT waveInAddBuffer(HWAVEIN device, LPWAVEHDR header, UINT headerSize);
 LIBAUDIO_PLATFORM_API MMRESULT waveInStart(HWAVEIN device);
 LIBAUDIO_PLATFORM_API MMRESULT waveInStop(HWAVEIN device);
 LIBAUDIO_PLATFORM_API MMRESULT waveInReset(HWAVEIN device);

@@ -162,11 +162,17 @@ TEST_F(Faults, EachCallAnswersItsInjectedCodeAndChangesNothing) {
                  [&](IMMEndpoint** out) { return speakers.QueryInterface(out); });
          }},
         {"SetMute", kSpeakers, AUDCLNT_E_DEVICE_INVALIDATED,
-         [&] { return volume->SetMute(TRUE, nullptr); }},
+         [&] {
+             return volume->SetMute(TRUE, nullptr);
+         }},
         {"RegisterControlChangeNotify", kSpeakers, E_OUTOFMEMORY,
-         [&] { return volume->RegisterControlChangeNotify(&volumeClient); }},
+         [&] {
+             return volume->RegisterControlChangeNotify(&volumeClient);
+         }},
         {"RegisterEndpointNotificationCallback", "", E_OUTOFMEMORY,
-         [&] { return enumerator->RegisterEndpointNotificationCallback(&client); }},
+         [&] {
+             return enumerator->RegisterEndpointNotificationCallback(&client);
+         }},
         {"GetConnectedTo", narrow(idOf(endpointConnector)), E_NOTFOUND,
          [&] {
              return handsOutNothingOnFailure<IConnector>(
@@ -215,9 +221,8 @@ TEST_F(Faults, ResultsAreConsumedInOrderAndOnlyByTheirTarget) {
 
 TEST_F(Faults, StickyFaultKeepsFailingUntilCleared) {
     model::Machine before = installed();
-    sim::addFault({"GetValue", propertyTarget(kSpeakers, PKEY_Device_FriendlyName),
-                   {E_OUTOFMEMORY},
-                   true});
+    sim::addFault(
+        {"GetValue", propertyTarget(kSpeakers, PKEY_Device_FriendlyName), {E_OUTOFMEMORY}, true});
     CComPtr<IPropertyStore> store;
     ASSERT_EQ(S_OK, speakers->OpenPropertyStore(STGM_READ, &store));
     for (int i = 0; i < 3; ++i) {
@@ -296,7 +301,9 @@ TEST_F(Faults, PropertyOverridesReadAsWritten) {
     for (int i = 0; i < 39; ++i) {
         shortBlob.blob.push_back(std::uint8_t(i * 5));
     }
-    auto keyOf = [](const PROPERTYKEY& k) { return model::PropertyKey{k.fmtid, k.pid}; };
+    auto keyOf = [](const PROPERTYKEY& k) {
+        return model::PropertyKey{k.fmtid, k.pid};
+    };
     model::MachineBuilder b = faultMachine();
     b.machine().endpoints.front().propertyOverrides = {
         {keyOf(PKEY_AudioEndpoint_FormFactor), std::nullopt},
@@ -321,8 +328,8 @@ TEST_F(Faults, PropertyOverridesReadAsWritten) {
     ASSERT_EQ(S_OK, store->GetValue(PKEY_AudioEngine_DeviceFormat, &format));
     ASSERT_EQ(VT_BLOB, format.vt);
     ASSERT_EQ(39u, format.blob.cbSize);
-    EXPECT_EQ(shortBlob.blob, std::vector<std::uint8_t>(format.blob.pBlobData,
-                                                        format.blob.pBlobData + 39));
+    EXPECT_EQ(shortBlob.blob,
+              std::vector<std::uint8_t>(format.blob.pBlobData, format.blob.pBlobData + 39));
 }
 
 } // namespace

@@ -298,8 +298,10 @@ TEST_P(Platform, QueryInterfaceFollowsTheIdentityRules) {
     for (IMMDevice* device : devices(eAll, DEVICE_STATEMASK_ALL)) {
         CComPtr<IMMEndpoint> endpoint;
         CComPtr<IUnknown> fromDevice, fromEndpoint;
-        ASSERT_EQ(S_OK, device->QueryInterface(IID_IMMEndpoint, reinterpret_cast<void**>(&endpoint)));
-        ASSERT_EQ(S_OK, device->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&fromDevice)));
+        ASSERT_EQ(S_OK,
+                  device->QueryInterface(IID_IMMEndpoint, reinterpret_cast<void**>(&endpoint)));
+        ASSERT_EQ(S_OK,
+                  device->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&fromDevice)));
         ASSERT_EQ(S_OK, endpoint.QueryInterface(&fromEndpoint));
         EXPECT_EQ(fromDevice.p, fromEndpoint.p);
         out = stale;
@@ -357,15 +359,21 @@ TEST_P(Platform, EndpointVolumeRoundTripsAndRejectsOutOfRange) {
         ASSERT_GT(step, 0.0f);
         // Levels on the range's own steps, so that no implementation needs to round them.
         const UINT middle = UINT((high - low) / step / 2);
-        auto level = [&](UINT steps) { return std::min(high, low + step * float(steps)); };
+        auto level = [&](UINT steps) {
+            return std::min(high, low + step * float(steps));
+        };
         EXPECT_EQ(S_OK, volume->SetMasterVolumeLevel(level(middle), nullptr));
         EXPECT_EQ(S_OK, volume->GetMasterVolumeLevel(&db));
         EXPECT_NEAR(level(middle), db, 1e-3);
         EXPECT_EQ(S_OK, volume->SetMasterVolumeLevelScalar(0.25f, nullptr));
         EXPECT_EQ(S_OK, volume->GetMasterVolumeLevelScalar(&scalar));
         EXPECT_NEAR(0.25f, scalar, 1e-4);
-        auto channelLevel = [&](UINT c) { return level(middle * (c + 1) / channels); };
-        auto channelScalar = [&](UINT c) { return 0.2f + 0.6f * float(c) / float(channels); };
+        auto channelLevel = [&](UINT c) {
+            return level(middle * (c + 1) / channels);
+        };
+        auto channelScalar = [&](UINT c) {
+            return 0.2f + 0.6f * float(c) / float(channels);
+        };
         for (UINT c = 0; c < channels; ++c) {
             EXPECT_EQ(S_OK, volume->SetChannelVolumeLevel(c, channelLevel(c), nullptr));
         }

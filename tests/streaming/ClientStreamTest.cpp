@@ -14,7 +14,8 @@ namespace {
 constexpr REFERENCE_TIME kSecond = 10000000;
 const std::string kRendererLog = "libAudio.AudioRendererEx";
 const std::string kCaptureLog = "libAudio.AudioCaptureEx";
-const std::string kBadState = "Unable to initialize IAudioClient. System audio driver is in bad state";
+const std::string kBadState =
+    "Unable to initialize IAudioClient. System audio driver is in bad state";
 
 std::vector<REFERENCE_TIME> durations(const std::vector<sim::InitializeRequest>& requests) {
     std::vector<REFERENCE_TIME> out;
@@ -49,7 +50,7 @@ TEST_F(ClientRendererTest, AnAlwaysMisalignedBufferStopsAtTheDevicePeriodAndTwoP
     fault("Initialize", kSpeakers, {AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED}, true);
     libAudio::AudioRendererEx renderer;
     EXPECT_FALSE(renderer.initialize(device(kSpeakers), &played));
-    std::vector<REFERENCE_TIME> pass = {kSecond,     kSecond / 2,  kSecond / 4, kSecond / 8,
+    std::vector<REFERENCE_TIME> pass = {kSecond,      kSecond / 2,  kSecond / 4,  kSecond / 8,
                                         kSecond / 16, kSecond / 32, kSecond / 64, kSecond / 128};
     std::vector<REFERENCE_TIME> both = pass;
     both.insert(both.end(), pass.begin(), pass.end());
@@ -96,7 +97,8 @@ TEST_F(ClientRendererTest, AStreamThatNeverStartsIsAbortedByTheCaller) {
     int asked = 0;
     EXPECT_FALSE(renderer.play(1, [&] { return ++asked == 3; }));
     EXPECT_EQ(3, asked);
-    EXPECT_TRUE(logged(log, kRendererLog, kFatal, "User aborted the playback. Thread may have died"));
+    EXPECT_TRUE(
+        logged(log, kRendererLog, kFatal, "User aborted the playback. Thread may have died"));
     EXPECT_TRUE(renderer.stop());
     EXPECT_TRUE(logged(log, kRendererLog, kError, "IAudioClient::Start failed"));
 }
@@ -198,12 +200,13 @@ TEST_F(CleanRouteTest, PlayOnceContinuesWhereItStoppedUnlessRewound) {
     auto again = [&](unsigned int mode) {
         return recordDuring(0.3, [&] { EXPECT_TRUE(renderer.play(mode, never())); });
     };
-    EXPECT_EQ(libAudio::kSilenceDbfs, libAudio::levelDbfs(again(libAudio::AudioRendererEx::PLAY_ONCE), 0))
+    EXPECT_EQ(libAudio::kSilenceDbfs,
+              libAudio::levelDbfs(again(libAudio::AudioRendererEx::PLAY_ONCE), 0))
         << "everything was played already";
-    EXPECT_GT(libAudio::levelDbfs(again(libAudio::AudioRendererEx::PLAY_ONCE |
-                                        libAudio::AudioRendererEx::REWIND),
-                                  0),
-              -40.0);
+    EXPECT_GT(
+        libAudio::levelDbfs(
+            again(libAudio::AudioRendererEx::PLAY_ONCE | libAudio::AudioRendererEx::REWIND), 0),
+        -40.0);
     renderer.stop();
 }
 
@@ -228,7 +231,8 @@ TEST_F(ClientCaptureTest, ExitCodesOfAFreshAFullAndAFailedRecording) {
     libAudio::AudioCaptureEx failing(device(kMicArray), &empty);
     EXPECT_FALSE(failing.start([] { return true; }));
     EXPECT_EQ(-1, failing.threadExitCode());
-    EXPECT_TRUE(logged(log, kCaptureLog, kFatal, "User aborted the playback. Thread may have died"));
+    EXPECT_TRUE(
+        logged(log, kCaptureLog, kFatal, "User aborted the playback. Thread may have died"));
 }
 
 TEST_F(ClientCaptureTest, AnUnroutedMicrophoneRecordsDigitalSilence) {

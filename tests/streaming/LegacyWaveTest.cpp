@@ -103,8 +103,8 @@ TEST_F(LegacyStreamTest, TheHardTimeOutIsCutToOneAndAHalfTimesTheBufferLess) {
     EXPECT_TRUE(waitFor([&] { return !capture.isStillRecording(); }));
     EXPECT_TRUE(capture.stop());
     EXPECT_EQ(0, capture.threadExitCode());
-    EXPECT_TRUE(logged(log, kLog, kDebug,
-                       "Waiting for recording to finish. Hard timeout = 1400 ms."));
+    EXPECT_TRUE(
+        logged(log, kLog, kDebug, "Waiting for recording to finish. Hard timeout = 1400 ms."));
 
     // A time-out shorter than the recording ends it early, with the device left running.
     capture.setTimeout(300);

@@ -102,7 +102,9 @@ inline bool waitFor(const std::function<bool()>& done) {
 }
 
 inline std::function<bool()> never() {
-    return [] { return false; };
+    return [] {
+        return false;
+    };
 }
 
 // The level of a sine of this peak in a 16-bit buffer, as levelDbfs reports it.
