@@ -307,8 +307,8 @@ private:
         } else {
             s.queue = std::make_shared<CaptureQueue>(format, layout.frames, packet);
         }
-        StreamSpec spec{s.endpoint, s.render, exclusive, format, layout.period, nullptr};
-        HRESULT opened = AudioEngine::instance().open(spec, s.ring, s.queue, s.stream);
+        StreamSetup setup{s.endpoint, s.render, exclusive, format, layout.period, nullptr};
+        HRESULT opened = AudioEngine::instance().open(setup, s.ring, s.queue, s.stream);
         if (FAILED(opened)) {
             s.ring.reset();
             s.queue.reset();

@@ -74,7 +74,7 @@ MachineView viewMachine() {
 } // namespace
 
 struct AudioEngine::Stream {
-    StreamSpec spec;
+    StreamSetup setup;
     std::shared_ptr<RenderFeed> render;
     std::shared_ptr<CaptureFeed> capture;
     bool running = false;
@@ -93,11 +93,11 @@ struct AudioEngine::Stream {
         }
         std::int64_t elapsed = std::min(time - anchorTime, kLongestStep * 1000);
         return anchorFrame +
-               std::uint64_t(double(elapsed) * spec.format.rate / kHnsPerSecond + 1e-6);
+               std::uint64_t(double(elapsed) * setup.format.rate / kHnsPerSecond + 1e-6);
     }
     double timeOf(std::uint64_t frame) const {
         return double(anchorTime) +
-               (double(frame) - double(anchorFrame)) * kHnsPerSecond / spec.format.rate;
+               (double(frame) - double(anchorFrame)) * kHnsPerSecond / setup.format.rate;
     }
     bool holdsTime() const {
         return running && !closed && (render ? render->active() : capture->active());
@@ -130,18 +130,18 @@ AudioEngine::AudioEngine() : m_state(std::make_unique<State>()) {
     Clock::instance().setOwners([this] { return owners(); });
 }
 
-HRESULT AudioEngine::open(const StreamSpec& spec, std::shared_ptr<RenderFeed> render,
+HRESULT AudioEngine::open(const StreamSetup& setup, std::shared_ptr<RenderFeed> render,
                           std::shared_ptr<CaptureFeed> capture, StreamId& id) {
     std::lock_guard lock(m_mutex);
     for (const auto& [other, stream] : m_state->streams) {
-        if (!stream.closed && stream.spec.endpoint == spec.endpoint &&
-            (spec.exclusive || stream.spec.exclusive)) {
+        if (!stream.closed && stream.setup.endpoint == setup.endpoint &&
+            (setup.exclusive || stream.setup.exclusive)) {
             return AUDCLNT_E_DEVICE_IN_USE;
         }
     }
     id = m_state->next++;
     Stream& stream = m_state->streams[id];
-    stream.spec = spec;
+    stream.setup = setup;
     stream.render = std::move(render);
     stream.capture = std::move(capture);
     stream.noise.seed(std::uint32_t(id * 2654435761u));
@@ -210,7 +210,7 @@ void AudioEngine::setEvent(StreamId id, HANDLE event) {
     std::lock_guard lock(m_mutex);
     auto it = m_state->streams.find(id);
     if (it != m_state->streams.end()) {
-        it->second.spec.event = event;
+        it->second.setup.event = event;
     }
 }
 
@@ -255,7 +255,7 @@ namespace {
 std::uint32_t dueFrames(const AudioEngine::Stream& s, Hns time) {
     std::uint64_t target = s.framesAt(time);
     return target > s.position ? std::uint32_t(std::min<std::uint64_t>(target - s.position,
-                                                                       s.spec.format.rate * 10ull))
+                                                                       s.setup.format.rate * 10ull))
                                : 0;
 }
 
@@ -266,7 +266,7 @@ void playInto(AudioEngine::Stream& s, Hns time, const EndpointGain& gain) {
     if (frames == 0) {
         return;
     }
-    const std::uint32_t channels = s.spec.format.channels;
+    const std::uint32_t channels = s.setup.format.channels;
     std::vector<float> samples(std::size_t(frames) * channels, 0.0f);
     s.render->pull(frames, samples.data()); // what it lacks stays silent
     std::vector<float> mono(frames);
@@ -277,7 +277,7 @@ void playInto(AudioEngine::Stream& s, Hns time, const EndpointGain& gain) {
         }
         mono[f] = float(sum / channels);
     }
-    s.history.append(s.timeOf(s.position), s.spec.format.rate, mono.data(), frames);
+    s.history.append(s.timeOf(s.position), s.setup.format.rate, mono.data(), frames);
     s.position = s.framesAt(time);
 }
 
@@ -304,18 +304,18 @@ void recordFrom(AudioEngine::Stream& s, Hns time, const MachineView& view,
         return;
     }
     std::vector<std::pair<const RouteInfo*, std::vector<const AudioEngine::Stream*>>> routes;
-    auto [first, last] = view.routesTo.equal_range(s.spec.endpoint);
+    auto [first, last] = view.routesTo.equal_range(s.setup.endpoint);
     for (auto it = first; it != last; ++it) {
         std::vector<const AudioEngine::Stream*> sources;
         for (const auto& [id, other] : streams) {
-            if (other.spec.render && other.spec.endpoint == it->second.render) {
+            if (other.setup.render && other.setup.endpoint == it->second.render) {
                 sources.push_back(&other);
             }
         }
         routes.emplace_back(&it->second, std::move(sources));
     }
-    const EndpointGain& gain = view.gains.at(s.spec.endpoint);
-    const std::uint32_t channels = s.spec.format.channels;
+    const EndpointGain& gain = view.gains.at(s.setup.endpoint);
+    const std::uint32_t channels = s.setup.format.channels;
     std::vector<float> samples(std::size_t(frames) * channels, 0.0f);
     std::normal_distribution<double> gauss;
     for (std::uint32_t f = 0; routes.size() && f < frames; ++f) {
@@ -330,10 +330,10 @@ void recordFrom(AudioEngine::Stream& s, Hns time, const MachineView& view,
 
 void signalPeriods(AudioEngine::Stream& s) {
     std::uint64_t periodFrames =
-        std::max<std::uint64_t>(1, std::uint64_t(s.spec.period) * s.spec.format.rate / 10000000);
+        std::max<std::uint64_t>(1, std::uint64_t(s.setup.period) * s.setup.format.rate / 10000000);
     std::uint64_t periods = s.position / periodFrames;
-    if (s.spec.event && periods > s.periodsSignalled) {
-        SetEvent(s.spec.event);
+    if (s.setup.event && periods > s.periodsSignalled) {
+        SetEvent(s.setup.event);
     }
     s.periodsSignalled = std::max(s.periodsSignalled, periods);
 }
@@ -348,17 +348,17 @@ void AudioEngine::advanceTo(Hns time) {
     }
     MachineView view = viewMachine();
     auto usable = [&](const Stream& s) {
-        auto gain = view.gains.find(s.spec.endpoint);
+        auto gain = view.gains.find(s.setup.endpoint);
         return s.running && !s.closed && gain != view.gains.end() && gain->second.usable;
     };
     // Render first: a capture at time t may hear what was played up to t.
     for (auto& [id, s] : state.streams) {
-        if (s.spec.render && usable(s)) {
-            playInto(s, time, view.gains.at(s.spec.endpoint));
+        if (s.setup.render && usable(s)) {
+            playInto(s, time, view.gains.at(s.setup.endpoint));
         }
     }
     for (auto& [id, s] : state.streams) {
-        if (!s.spec.render && usable(s)) {
+        if (!s.setup.render && usable(s)) {
             recordFrom(s, time, view, state.streams);
         }
     }
@@ -405,7 +405,7 @@ namespace sim {
 bool AudioEngine::isStreaming(const std::string& endpoint) {
     std::lock_guard lock(m_mutex);
     return std::any_of(m_state->streams.begin(), m_state->streams.end(), [&](const auto& entry) {
-        return entry.second.spec.endpoint == endpoint && entry.second.holdsTime();
+        return entry.second.setup.endpoint == endpoint && entry.second.holdsTime();
     });
 }
 

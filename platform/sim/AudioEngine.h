@@ -38,7 +38,7 @@ public:
     virtual bool active() const { return true; }
 };
 
-struct StreamSpec {
+struct StreamSetup {
     std::string endpoint;
     bool render = true;
     bool exclusive = false;
@@ -55,7 +55,7 @@ public:
 
     // Opens a stream; AUDCLNT_E_DEVICE_IN_USE when the endpoint is held exclusively by
     // another stream or an exclusive stream meets a stream already open.
-    HRESULT open(const StreamSpec& spec, std::shared_ptr<RenderFeed> render,
+    HRESULT open(const StreamSetup& setup, std::shared_ptr<RenderFeed> render,
                  std::shared_ptr<CaptureFeed> capture, StreamId& id);
     void close(StreamId id);
     // Running streams move with the clock; the thread that starts one is its owner.

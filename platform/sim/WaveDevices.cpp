@@ -203,9 +203,9 @@ MMRESULT openDevice(bool render, void** handle, UINT deviceId, const WAVEFORMATE
     } else {
         device->in = std::make_shared<WaveInFeed>(*sample);
     }
-    StreamSpec spec{*endpoint, render, false, *sample, 100000, nullptr};
+    StreamSetup setup{*endpoint, render, false, *sample, 100000, nullptr};
     AudioEngine& engine = AudioEngine::instance();
-    if (FAILED(engine.open(spec, device->out, device->in, device->stream))) {
+    if (FAILED(engine.open(setup, device->out, device->in, device->stream))) {
         return MMSYSERR_ALLOCATED; // held exclusively by an audio client
     }
     engine.locked([&] {

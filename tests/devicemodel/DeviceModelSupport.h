@@ -7,7 +7,7 @@
 #include "platform/sim/ComObject.h"
 #include "platform/sim/Runtime.h"
 #include "platform/win32.h"
-#include "support/LogCapture.h"
+#include "support/LogMessages.h"
 
 #include <gtest/gtest.h>
 
@@ -30,31 +30,9 @@ inline const std::string kTopologyLog = "libAudio.audioDeviceTopology";
 inline const std::string kPartLog = "libAudio.audioPart";
 inline const std::string kVolumeLog = "libAudio.volumecontroller";
 
-// Line numbers change with every edit of the library, so only their presence is checked.
-inline std::vector<std::string> messages(const testsupport::LogCapture& log,
-                                         const std::string& logger, int priority) {
-    std::vector<std::string> out;
-    for (const std::string& text : log.texts(logger, priority)) {
-        std::size_t blank = text.find(' ');
-        bool numbered = blank != std::string::npos && blank > 0 &&
-                        std::all_of(text.begin(), text.begin() + long(blank),
-                                    [](unsigned char c) { return std::isdigit(c); });
-        EXPECT_TRUE(numbered) << "no statement number in \"" << text << "\"";
-        out.push_back(numbered ? text.substr(blank + 1) : text);
-    }
-    return out;
-}
-
-inline int countOf(const testsupport::LogCapture& log, const std::string& logger, int priority,
-                   const std::string& text) {
-    std::vector<std::string> all = messages(log, logger, priority);
-    return int(std::count(all.begin(), all.end(), text));
-}
-
-inline bool logged(const testsupport::LogCapture& log, const std::string& logger, int priority,
-                   const std::string& text) {
-    return countOf(log, logger, priority, text) > 0;
-}
+using testsupport::countOf;
+using testsupport::logged;
+using testsupport::messages;
 
 // A result code as the library prints it.
 inline std::string hex(HRESULT code) {

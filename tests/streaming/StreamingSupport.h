@@ -10,7 +10,7 @@
 #include "platform/sim/Runtime.h"
 #include "platform/sim/control.h"
 #include "platform/win32.h"
-#include "support/LogCapture.h"
+#include "support/LogMessages.h"
 
 #include <gtest/gtest.h>
 
@@ -112,25 +112,6 @@ inline double sineLevel(unsigned int peak) {
     return 20.0 * std::log10(peak / 32768.0 / std::sqrt(2.0));
 }
 
-// Log texts of a logger at a priority without their statement number.
-inline std::vector<std::string> messages(const testsupport::LogCapture& log,
-                                         const std::string& logger, int priority) {
-    std::vector<std::string> out;
-    for (const std::string& text : log.texts(logger, priority)) {
-        std::size_t blank = text.find(' ');
-        bool numbered = blank != std::string::npos && blank > 0 &&
-                        std::all_of(text.begin(), text.begin() + long(blank),
-                                    [](unsigned char c) { return std::isdigit(c); });
-        EXPECT_TRUE(numbered) << "no statement number in \"" << text << "\"";
-        out.push_back(numbered ? text.substr(blank + 1) : text);
-    }
-    return out;
-}
-
-inline bool logged(const testsupport::LogCapture& log, const std::string& logger, int priority,
-                   const std::string& text) {
-    std::vector<std::string> all = messages(log, logger, priority);
-    return std::find(all.begin(), all.end(), text) != all.end();
-}
+using testsupport::logged;
 
 } // namespace streaming
