@@ -24,9 +24,11 @@ ManagedThread::ManagedThread(Function function, void* context)
     : m_function(std::move(function)), m_context(context) {}
 
 ManagedThread::~ManagedThread() {
-    if (!join() && m_handle) {
+    if (m_id.load() == std::this_thread::get_id()) {
         CloseHandle(m_handle); // destroyed by its own thread: that thread simply goes on
+        return;
     }
+    join();
 }
 
 bool ManagedThread::run(const char* name) {
@@ -67,7 +69,8 @@ void ManagedThread::body() {
 }
 
 bool ManagedThread::join() {
-    if (!m_handle || m_id.load() == std::this_thread::get_id()) {
+    // The thread itself asks first: its handle is stored by run() after the thread started.
+    if (m_id.load() == std::this_thread::get_id() || !m_handle) {
         return false;
     }
     WaitForSingleObject(m_handle, INFINITE);
