@@ -43,6 +43,7 @@ public:
     static int resupplyByEvent(qel::ManagedThread& thread);
 
 private:
+    static AudioCaptureEx* startedCapture(qel::ManagedThread& thread);
     bool createCaptureThread();
     bool streamInData();
     void copyFrom(const AudioCaptureEx& other);

@@ -278,17 +278,20 @@ bool AudioCaptureEx::takePacket(bool logPositions) {
     return true;
 }
 
-int AudioCaptureEx::resupplyBusyWait(qel::ManagedThread& thread) {
-    QEL_TRACE_SCOPE("AudioCaptureEx::resupplyBusyWait");
+// The capture a worker serves, with its client started; null when either is missing.
+AudioCaptureEx* AudioCaptureEx::startedCapture(qel::ManagedThread& thread) {
     auto* capture = static_cast<AudioCaptureEx*>(thread.context());
     if (!capture) {
         QEL_ERROR("resupply thread called with a NULL AudioCaptureEx pointer");
-        return -1;
+        return nullptr;
     }
-    if (!capture->startClient()) {
-        return -1;
-    }
-    return capture->drainUntilFull();
+    return capture->startClient() ? capture : nullptr;
+}
+
+int AudioCaptureEx::resupplyBusyWait(qel::ManagedThread& thread) {
+    QEL_TRACE_SCOPE("AudioCaptureEx::resupplyBusyWait");
+    AudioCaptureEx* capture = startedCapture(thread);
+    return capture ? capture->drainUntilFull() : -1;
 }
 
 // Spins on the packet query: the platform's packets are the only pacing.
@@ -312,15 +315,8 @@ int AudioCaptureEx::drainUntilFull() {
 
 int AudioCaptureEx::resupplyByEvent(qel::ManagedThread& thread) {
     QEL_TRACE_SCOPE("AudioCaptureEx::resupplyByEvent");
-    auto* capture = static_cast<AudioCaptureEx*>(thread.context());
-    if (!capture) {
-        QEL_ERROR("resupply thread called with a NULL AudioCaptureEx pointer");
-        return -1;
-    }
-    if (!capture->startClient()) {
-        return -1;
-    }
-    return capture->drainOnEvents();
+    AudioCaptureEx* capture = startedCapture(thread);
+    return capture ? capture->drainOnEvents() : -1;
 }
 
 int AudioCaptureEx::drainOnEvents() {

@@ -281,16 +281,7 @@ public:
     }
 
 private:
-    // The checks every stream operation makes first.
-    HRESULT usable(const char* operation) const {
-        if (HRESULT fault = injectedFault(operation, m_state->endpoint)) {
-            return fault;
-        }
-        if (!m_state->initialized) {
-            return AUDCLNT_E_NOT_INITIALIZED;
-        }
-        return m_state->invalidated() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
-    }
+    HRESULT usable(const char* operation) const { return m_state->usable(operation); }
 
     HRESULT open(const EndpointStreamInfo& info, const SampleFormat& format,
                  const BufferLayout& layout, bool exclusive, DWORD flags) {
@@ -327,6 +318,16 @@ ClientState::~ClientState() {
     if (stream) {
         AudioEngine::instance().close(stream);
     }
+}
+
+HRESULT ClientState::usable(const char* operation) const {
+    if (HRESULT fault = injectedFault(operation, endpoint)) {
+        return fault;
+    }
+    if (!initialized) {
+        return AUDCLNT_E_NOT_INITIALIZED;
+    }
+    return invalidated() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
 }
 
 bool ClientState::invalidated() const {

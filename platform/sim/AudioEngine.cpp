@@ -215,13 +215,13 @@ void AudioEngine::setEvent(StreamId id, HANDLE event) {
 }
 
 bool AudioEngine::isRunning(StreamId id) const {
-    std::lock_guard lock(const_cast<std::recursive_mutex&>(m_mutex));
+    std::lock_guard lock(m_mutex);
     auto it = m_state->streams.find(id);
     return it != m_state->streams.end() && it->second.running;
 }
 
 std::uint64_t AudioEngine::position(StreamId id) const {
-    std::lock_guard lock(const_cast<std::recursive_mutex&>(m_mutex));
+    std::lock_guard lock(m_mutex);
     auto it = m_state->streams.find(id);
     return it == m_state->streams.end() ? 0 : it->second.position;
 }

@@ -89,7 +89,7 @@ private:
     void ownerGone(std::thread::id owner);
     friend struct OwnerThreadExit;
 
-    std::recursive_mutex m_mutex;
+    mutable std::recursive_mutex m_mutex;
     std::unique_ptr<State> m_state;
 };
 

@@ -4,7 +4,6 @@
 // "ReleaseBuffer" (either), "GetNextPacketSize".
 #include "platform/sim/ClientState.h"
 #include "platform/sim/ComObject.h"
-#include "platform/sim/Runtime.h"
 
 namespace sim {
 
@@ -35,12 +34,7 @@ public:
     }
 
 private:
-    HRESULT usable(const char* operation) const {
-        if (HRESULT fault = injectedFault(operation, m_state->endpoint)) {
-            return fault;
-        }
-        return m_state->invalidated() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
-    }
+    HRESULT usable(const char* operation) const { return m_state->usable(operation); }
 
     std::shared_ptr<ClientState> m_state;
 };
@@ -96,12 +90,7 @@ public:
     }
 
 private:
-    HRESULT usable(const char* operation) const {
-        if (HRESULT fault = injectedFault(operation, m_state->endpoint)) {
-            return fault;
-        }
-        return m_state->invalidated() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
-    }
+    HRESULT usable(const char* operation) const { return m_state->usable(operation); }
 
     std::shared_ptr<ClientState> m_state;
 };

@@ -16,6 +16,9 @@ struct ClientState {
 
     // Whether the endpoint has left the machine or stopped being active.
     bool invalidated() const;
+    // The checks every stream operation makes first: an injected fault, an uninitialised
+    // client, an endpoint that has gone.
+    HRESULT usable(const char* operation) const;
     // In virtual time a stream's thread that polls a running stream waits one device
     // period: that is what lets the clock move on.
     void pollWait() const;
