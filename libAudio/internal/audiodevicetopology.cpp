@@ -43,8 +43,11 @@ AudioDeviceTopology& AudioDeviceTopology::operator=(const CComPtr<IDeviceTopolog
 
 bool AudioDeviceTopology::initialize(const CComPtr<IDeviceTopology>& topology) {
     QEL_TRACE_SCOPE("AudioDeviceTopology::initialize(IDeviceTopology* deviceTopology)");
+    // The argument may be our own topology (t.initialize(t.topology())): clearing would
+    // release it before it is read.
+    CComPtr<IDeviceTopology> kept = topology;
     clear();
-    m_topology = topology;
+    m_topology = kept;
     if (!m_topology) {
         QEL_INFO("Using NULL deviceTopology invalidates this object");
         return false;
@@ -104,13 +107,15 @@ bool AudioDeviceTopology::initialize(const CComPtr<ISubunit>& subunit) {
 template <class Interface> bool AudioDeviceTopology::initializeHelper(Interface* obj) {
     QEL_TRACE_SCOPE(
         "template <class Interface> bool AudioDeviceTopology::initializeHelper(Interface* obj)");
+    // The object may be one of our own components, whose last reference clear() drops.
+    CComPtr<Interface> kept = obj;
     clear();
-    if (!obj) {
+    if (!kept) {
         QEL_ERROR("Cannot use NULL as parameter");
         return false;
     }
     CComPtr<IPart> part;
-    if (FAILED(obj->QueryInterface(platform::iidOf<IPart>(), reinterpret_cast<void**>(&part)))) {
+    if (FAILED(kept->QueryInterface(platform::iidOf<IPart>(), reinterpret_cast<void**>(&part)))) {
         QEL_ERROR("No part interface found");
         return false;
     }

@@ -2,6 +2,7 @@
 #include "foundation/qelLog.h"
 
 #include <cstddef>
+#include <utility>
 
 namespace {
 QEL_DEFINE_UNIT_LOGGER("libAudio.audioPart")
@@ -79,11 +80,11 @@ unsigned int AudioPart::incomingPartsList(qel::Array<AudioPart>& parts) {
     CComPtr<IPartsList> list;
     if (!m_part || FAILED(m_part->EnumPartsIncoming(&list)) || !list) {
         QEL_ERROR("Unable to enumerate incoming parts");
-        return 0;
+        return replaceList(qel::Array<AudioPart>(), m_incoming, parts);
     }
-    storePartsList(list, m_incoming);
-    parts = m_incoming;
-    return parts.size();
+    qel::Array<AudioPart> listed;
+    storePartsList(list, listed);
+    return replaceList(std::move(listed), m_incoming, parts);
 }
 
 unsigned int AudioPart::outgoingPartsList(qel::Array<AudioPart>& parts) {
@@ -91,11 +92,22 @@ unsigned int AudioPart::outgoingPartsList(qel::Array<AudioPart>& parts) {
     CComPtr<IPartsList> list;
     if (!m_part || FAILED(m_part->EnumPartsOutgoing(&list)) || !list) {
         QEL_ERROR("Unable to enumerate outgoing parts");
-        return 0;
+        return replaceList(qel::Array<AudioPart>(), m_outgoing, parts);
     }
-    storePartsList(list, m_outgoing);
-    parts = m_outgoing;
-    return parts.size();
+    qel::Array<AudioPart> listed;
+    storePartsList(list, listed);
+    return replaceList(std::move(listed), m_outgoing, parts);
+}
+
+// Stores a fresh neighbour list in the cache and the caller's array. The caller's array
+// is written last: it may hold this very part (parts[0].outgoingPartsList(parts)), which
+// the assignment destroys.
+unsigned int AudioPart::replaceList(qel::Array<AudioPart>&& listed, qel::Array<AudioPart>& cache,
+                                    qel::Array<AudioPart>& parts) {
+    const unsigned int count = listed.size();
+    cache = listed;
+    parts = std::move(listed);
+    return count;
 }
 
 unsigned int AudioPart::storePartsList(IPartsList* partlist, qel::Array<AudioPart>& parts) {

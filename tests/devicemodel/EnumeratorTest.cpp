@@ -65,6 +65,25 @@ TEST_F(EnumeratorTest, EndpointsAreSplitByStateInMachineOrder) {
             "Device state index 3currently has 0 devices"}));
 }
 
+// A copy and an assignment carry the four lists and share the platform enumerator; the
+// assigned object had other lists and another enumerator before.
+TEST_F(EnumeratorTest, CopiesCarryEveryListAndTheEnumerator) {
+    EndpointDeviceEnumeratorCommon original(eRender);
+    EndpointDeviceEnumeratorCommon copied(original), assigned(eCapture);
+    ASSERT_EQ(assigned.activeDevice().size(), 1u);
+    assigned = original;
+    auto lists = [](const EndpointDeviceEnumeratorCommon& e) {
+        return std::vector{ids(e.activeDevice()), ids(e.disabledDevice()),
+                           ids(e.notPresentDevice()), ids(e.unpluggedDevice())};
+    };
+    for (const auto* e : {&copied, &assigned}) {
+        SCOPED_TRACE(e == &copied ? "copy" : "assignment");
+        EXPECT_EQ(lists(*e), lists(original));
+        EXPECT_EQ(e->enumerator(), original.enumerator());
+    }
+    EXPECT_EQ(ids(assigned.unpluggedDevice()), std::vector{renderId(3)});
+}
+
 TEST_F(EnumeratorTest, NoEndpointsGiveFourEmptyLists) {
     sim::installMachine(model::loadMachine("empty"));
     EndpointDeviceEnumeratorCommon e(eCapture);
@@ -127,9 +146,12 @@ TEST_F(EnumeratorTest, AllStateListingsCountEveryEndpointOfTheFlow) {
 
     libAudio::OwnedAudioDeviceEnumerator owned = libAudio::enumerator();
     EXPECT_EQ(owned->audioDevices(eCapture, devices), 0u); // not initialised yet
+    EXPECT_TRUE(devices.empty());
     ASSERT_TRUE(owned->initialize());
+    EXPECT_EQ(owned->audioDevices(eRender, devices), 6u);
+    EXPECT_EQ(ids(devices)[2], renderId(2));
+    EXPECT_TRUE(logged(log, kEnumeratorLog, kInfo, "Found 6 devices"));
     EXPECT_EQ(owned->audioDevices(eCapture, devices), 1u);
-    EXPECT_TRUE(logged(log, kEnumeratorLog, kInfo, "Found 1 devices"));
 }
 
 TEST_F(EnumeratorTest, SecondObserverReplacesTheFirst) {
@@ -160,6 +182,7 @@ TEST_F(EnumeratorTest, NotificationClientsStayUntilTheEnumeratorGoes) {
         EXPECT_FALSE(owned->addNotificationClient(&client));
         EXPECT_TRUE(logged(log, kEnumeratorLog, kError,
                            "Fail to register notification callback " + hex(kFail)));
+        EXPECT_EQ(client.references(), 1); // nobody keeps a client that was refused
         EXPECT_TRUE(owned->addNotificationClient(&client));
         sim::setEndpointState(renderId(1), model::STATE_ACTIVE);
         sim::waitForNotifications();

@@ -4,6 +4,9 @@
 #include "libAudio/AudioDevice.h"
 #include "libAudio/AudioDeviceTopology.h"
 
+#include <functional>
+#include <utility>
+
 namespace devicemodel {
 namespace {
 
@@ -13,8 +16,9 @@ const std::string kEndpoint = model::generatedEndpointId(model::Flow::Render, 0)
 const std::string kBare = model::generatedEndpointId(model::Flow::Render, 1);
 const std::string kUpper = model::generatedEndpointId(model::Flow::Render, 2);
 
-// The filter: Playback -> Volume -> Speaker; Headphone stands apart. "FILTER" is another
-// device whose id differs from "filter" only in case.
+// The filter: Playback -> Volume -> Speaker, and Playback -> Mute -> S/PDIF, a path that
+// turns analog into digital; Headphone stands apart. "FILTER" is another device whose id
+// differs from "filter" only in case.
 model::Machine topologyMachine() {
     model::MachineBuilder b("topology");
     b.adapter(kAdapter, "Codec");
@@ -25,15 +29,24 @@ model::Machine topologyMachine() {
     b.endpoint(model::Flow::Render, "Upper").endpointDevice();
     b.device("filter")
         .connector("Speaker", KSNODETYPE_SPEAKER, model::ConnectorType::PhysicalInternal, 1)
-        .connector("Playback", KSNODETYPE_DAC, model::ConnectorType::SoftwareIO, 0)
-        .connector("Headphone", KSNODETYPE_HEADPHONES, model::ConnectorType::PhysicalExternal, 1)
-        .subunit("Volume", KSNODETYPE_VOLUME)
-        .chain({"Playback", "Volume", "Speaker"});
+        .connector("Playback", KSNODETYPE_DAC, model::ConnectorType::SoftwareIO, 0);
+    b.lastPart().domain = model::SignalDomain::Analog;
+    b.connector("Headphone", KSNODETYPE_HEADPHONES, model::ConnectorType::PhysicalExternal, 1)
+        .connector("S/PDIF", KSNODETYPE_SPDIF_INTERFACE, model::ConnectorType::PhysicalExternal, 1);
+    b.lastPart().domain = model::SignalDomain::Digital;
+    b.subunit("Volume", KSNODETYPE_VOLUME)
+        .subunit("Mute", KSNODETYPE_MUTE)
+        .chain({"Playback", "Volume", "Speaker"})
+        .chain({"Playback", "Mute", "S/PDIF"});
     b.device("FILTER").connector("Speaker", KSNODETYPE_SPEAKER,
                                  model::ConnectorType::PhysicalInternal, 1);
     b.connect({kEndpoint, 0}, {"filter", 0}).connect({kUpper, 0}, {"FILTER", 0});
     return b.build();
 }
+
+const std::vector<std::string> kFilterParts{"filter/00000000", "filter/00000001",
+                                            "filter/00000002", "filter/00000003",
+                                            "filter/00010000", "filter/00010001"};
 
 class TopologyTest : public ::testing::Test {
 protected:
@@ -67,12 +80,11 @@ TEST_F(TopologyTest, ListsConnectorsAndSubunitsInIndexOrder) {
     AudioDeviceTopology t(partnerOf(kEndpoint));
     ASSERT_TRUE(t.isInitialized());
     EXPECT_EQ(utf8(t.deviceOwner()), "filter");
-    EXPECT_EQ(globalIds(t), (std::vector<std::string>{"filter/00000000", "filter/00000001",
-                                                      "filter/00000002", "filter/00010000"}));
+    EXPECT_EQ(globalIds(t), kFilterParts);
     EXPECT_EQ(utf8(t.connector()[1].part().name()), "Playback");
     EXPECT_EQ(t.subunit()[0].part().subType(), KSNODETYPE_VOLUME);
-    EXPECT_TRUE(logged(log, kTopologyLog, kInfo, "Num connector = 3"));
-    EXPECT_TRUE(logged(log, kTopologyLog, kInfo, "Subunit count = 1"));
+    EXPECT_TRUE(logged(log, kTopologyLog, kInfo, "Num connector = 4"));
+    EXPECT_TRUE(logged(log, kTopologyLog, kInfo, "Subunit count = 2"));
 
     AudioDevice bare;
     bare.initialize(platformDevice(kBare));
@@ -82,6 +94,67 @@ TEST_F(TopologyTest, ListsConnectorsAndSubunitsInIndexOrder) {
     EXPECT_TRUE(globalIds(empty).empty());
 }
 
+// Every way of reaching the filter's topology gives the whole of it, including a rebuild
+// from a part of the topology itself, which clearing would otherwise free or drop.
+TEST_F(TopologyTest, EveryWayToTheSameTopologyListsAllOfIt) {
+    using Make = std::function<AudioDeviceTopology()>;
+    auto rebuilt = [this](const std::function<bool(AudioDeviceTopology&)>& rebuild) {
+        AudioDeviceTopology t(partnerOf(kEndpoint));
+        EXPECT_TRUE(rebuild(t));
+        return t;
+    };
+    const std::vector<std::pair<std::string, Make>> ways{
+        {"connector",
+         [] {
+             return AudioDeviceTopology(partnerOf(kEndpoint));
+         }},
+        {"connector component",
+         [] {
+             return AudioDeviceTopology(AudioComponent<IConnector>(partnerOf(kEndpoint)));
+         }},
+        {"subunit",
+         [] {
+             AudioDeviceTopology other(partnerOf(kEndpoint));
+             return AudioDeviceTopology(other.subunit()[1].component());
+         }},
+        {"copy",
+         [] {
+             AudioDeviceTopology other(partnerOf(kEndpoint));
+             return AudioDeviceTopology(other);
+         }},
+        {"assignment",
+         [] {
+             AudioDeviceTopology other(partnerOf(kEndpoint)), t;
+             t = other;
+             return t;
+         }},
+        {"own connector",
+         [&] {
+             return rebuilt([](auto& t) { return t.initialize(t.connector()[3].component()); });
+         }},
+        {"own subunit",
+         [&] {
+             return rebuilt([](auto& t) { return t.initialize(t.subunit()[1].component()); });
+         }},
+        {"own topology",
+         [&] {
+             return rebuilt([](auto& t) { return t.initialize(t.topology()); });
+         }},
+        {"own topology assigned", [&] {
+             return rebuilt([](auto& t) {
+                 t = t.topology();
+                 return t.isInitialized();
+             });
+         }}};
+    for (const auto& [name, make] : ways) {
+        SCOPED_TRACE(name);
+        AudioDeviceTopology t = make();
+        EXPECT_TRUE(t.isInitialized());
+        EXPECT_EQ(utf8(t.deviceOwner()), "filter");
+        EXPECT_EQ(globalIds(t), kFilterParts);
+    }
+}
+
 TEST_F(TopologyTest, PartsThatCannotBeFetchedAreLoggedAndLeftOut) {
     CComPtr<IConnector> speaker = partnerOf(kEndpoint);
     fault("GetConnector", "filter", {kNotFound});
@@ -89,7 +162,8 @@ TEST_F(TopologyTest, PartsThatCannotBeFetchedAreLoggedAndLeftOut) {
     fault("GetDeviceId", "filter");
     fault("QueryInterface.IPart", "filter/00000002"); // listed all the same, without identity
     AudioDeviceTopology t(speaker);
-    EXPECT_EQ(globalIds(t), (std::vector<std::string>{"filter/00000001", ""}));
+    EXPECT_EQ(globalIds(t), (std::vector<std::string>{"filter/00000001", "", "filter/00000003",
+                                                      "filter/00010001"}));
     EXPECT_EQ(t.connector()[1].part().subType(), GUID{});
     EXPECT_TRUE(t.deviceOwner().empty());
     EXPECT_EQ(messages(log, kTopologyLog, kError),
@@ -121,7 +195,8 @@ TEST_F(TopologyTest, TopologyOfAComponentFailsCleanly) {
 TEST_F(TopologyTest, ConnectorsAreLinkedInEitherDirectionButNeverToThemselves) {
     AudioDeviceTopology t(partnerOf(kEndpoint));
     const auto& c = t.connector();
-    const AudioComponent<IConnector>&speaker = c[0], &playback = c[1], &headphone = c[2];
+    const AudioComponent<IConnector>&speaker = c[0], &playback = c[1], &headphone = c[2],
+          &spdif = c[3];
     const std::string noPath = "No signal path from ";
 
     EXPECT_TRUE(t.connectorsAreLinked(playback, speaker));
@@ -131,11 +206,16 @@ TEST_F(TopologyTest, ConnectorsAreLinkedInEitherDirectionButNeverToThemselves) {
     EXPECT_EQ(messages(log, kTopologyLog, kError),
               std::vector<std::string>{noPath + "filter/00000000 to filter/00000001"});
 
-    log.clear();
-    EXPECT_FALSE(t.connectorsAreLinked(playback, headphone));
-    EXPECT_EQ(messages(log, kTopologyLog, kError),
-              (std::vector<std::string>{noPath + "filter/00000001 to filter/00000002",
-                                        noPath + "filter/00000002 to filter/00000001"}));
+    // No path at all, and a path that mixes analog and digital, are both unlinked.
+    for (const AudioComponent<IConnector>* other : {&headphone, &spdif}) {
+        const std::string id = utf8(other->part().globalId());
+        SCOPED_TRACE(id);
+        log.clear();
+        EXPECT_FALSE(t.connectorsAreLinked(playback, *other));
+        EXPECT_EQ(messages(log, kTopologyLog, kError),
+                  (std::vector<std::string>{noPath + "filter/00000001 to " + id,
+                                            noPath + id + " to filter/00000001"}));
+    }
 
     // Same connector, or one whose id differs only in case: the platform is not asked.
     AudioDeviceTopology upper(partnerOf(kUpper));
@@ -153,23 +233,63 @@ TEST_F(TopologyTest, ConnectorsAreLinkedInEitherDirectionButNeverToThemselves) {
     EXPECT_TRUE(logged(log, kTopologyLog, kError, "One of the connectors is invalid"));
 }
 
-TEST_F(TopologyTest, PartsListTheirNeighboursAndReportFailures) {
+TEST_F(TopologyTest, PartsCompareByGlobalIdIgnoringCaseAndTakeTheIdentityOfWhatIsAssigned) {
+    AudioDeviceTopology t(partnerOf(kEndpoint)), upper(partnerOf(kUpper));
+    const AudioPart &speaker = t.connector()[0].part(), &playback = t.connector()[1].part();
+    EXPECT_TRUE(speaker == upper.connector()[0].part());
+    EXPECT_FALSE(speaker == playback);
+
+    AudioPart raw = speaker, counted = speaker;
+    raw = static_cast<IPart*>(t.subunit()[1].part().part());
+    counted = playback.part();
+    EXPECT_EQ(utf8(raw.globalId()), "filter/00010001");
+    EXPECT_EQ(utf8(raw.name()), "Mute");
+    EXPECT_EQ(raw.subType(), KSNODETYPE_MUTE);
+    EXPECT_TRUE(counted == playback);
+    EXPECT_EQ(utf8(counted.name()), "Playback");
+}
+
+std::vector<std::string> names(const qel::Array<AudioPart>& parts) {
+    std::vector<std::string> out;
+    for (const AudioPart& part : parts) {
+        out.push_back(utf8(part.name()));
+    }
+    return out;
+}
+
+TEST_F(TopologyTest, NeighbourListsAreReplacedOnEveryRequest) {
     AudioDeviceTopology t(partnerOf(kEndpoint));
     AudioPart volume = t.subunit()[0].part();
     qel::Array<AudioPart> parts;
-    EXPECT_EQ(volume.incomingPartsList(parts), 1u);
-    EXPECT_EQ(utf8(parts[0].name()), "Playback");
-    EXPECT_EQ(volume.outgoingPartsList(parts), 1u);
-    EXPECT_EQ(utf8(parts[0].name()), "Speaker");
+    for (int request = 0; request < 2; ++request) {
+        EXPECT_EQ(volume.incomingPartsList(parts), 1u);
+        EXPECT_EQ(names(parts), std::vector<std::string>{"Playback"});
+        EXPECT_EQ(volume.outgoingPartsList(parts), 1u);
+        EXPECT_EQ(names(parts), std::vector<std::string>{"Speaker"});
+    }
     EXPECT_TRUE(parts[0] == t.connector()[0].part());
 
+    // A walk along the signal that lists each part's neighbours into the array holding it.
     AudioPart playback = t.connector()[1].part();
+    EXPECT_EQ(playback.outgoingPartsList(parts), 2u);
+    EXPECT_EQ(names(parts), (std::vector<std::string>{"Volume", "Mute"}));
+    EXPECT_EQ(parts[1].outgoingPartsList(parts), 1u);
+    EXPECT_EQ(names(parts), std::vector<std::string>{"S/PDIF"});
+
+    // A failed request leaves nothing of the last one behind.
     EXPECT_EQ(playback.incomingPartsList(parts), 0u); // nothing links into it
+    EXPECT_TRUE(parts.empty());
     EXPECT_TRUE(logged(log, kPartLog, kError, "Unable to enumerate incoming parts"));
+    EXPECT_EQ(playback.outgoingPartsList(parts), 2u);
     fault("EnumPartsOutgoing", "filter/00000001");
     EXPECT_EQ(playback.outgoingPartsList(parts), 0u);
+    EXPECT_TRUE(parts.empty());
     EXPECT_TRUE(logged(log, kPartLog, kError, "Unable to enumerate outgoing parts"));
+}
 
+TEST_F(TopologyTest, PartsFindTheirTopology) {
+    AudioDeviceTopology t(partnerOf(kEndpoint));
+    AudioPart playback = t.connector()[1].part();
     EXPECT_TRUE(playback.topology());
     fault("GetTopologyObject", "filter/00000001");
     EXPECT_FALSE(playback.topology());
