@@ -1,9 +1,13 @@
-// AudioDevice: construction, initialisation and the refresh of the cached properties.
+// AudioDevice: construction, initialisation and the refresh of the cached properties; the
+// classification of endpoints by what they physically are.
 #include "libAudio/AudioDevice.h"
 #include "foundation/qelLog.h"
+#include "foundation/qelResource.h"
+#include "libAudio/EndpointClassification.h"
 #include "libAudio/EndpointDeviceEnumerator.h"
 
 #include <cstring>
+#include <initializer_list>
 
 namespace {
 QEL_DEFINE_UNIT_LOGGER("libAudio.audioDeviceEndpoint")
@@ -243,3 +247,219 @@ void AudioDevice::printReferenceCount() const {
               (unsigned long)m_propertyStore.referenceCount());
     QEL_DEBUG("m_device has reference count ", (unsigned long)m_device.referenceCount());
 }
+
+// Endpoint classification: answers from the node type, the enumerator name, the state and
+// the jack descriptions of one device.
+
+namespace {
+
+bool nodeIs(const AudioDevice& device, const GUID& nodeType) {
+    return device.deviceProperty().nodeGuid == nodeType;
+}
+
+bool nodeIsOneOf(const AudioDevice& device, std::initializer_list<const GUID*> nodeTypes) {
+    for (const GUID* nodeType : nodeTypes) {
+        if (nodeIs(device, *nodeType)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool enumeratedBy(const AudioDevice& device, const char* enumerator) {
+    return device.deviceProperty().enumeratorName.compareNoCase(qel::String(enumerator)) == 0;
+}
+
+// An ATAPI location or an internal or other-digital connection is how drivers describe
+// what is built into the machine.
+bool looksInternal(const KSJACK_DESCRIPTION& jack) {
+    return jack.GeoLocation == eGeoLocATAPI || jack.ConnectionType == eConnTypeAtapiInternal ||
+           jack.ConnectionType == eConnTypeOtherDigital;
+}
+
+bool isAnalogJack(const KSJACK_DESCRIPTION& jack) {
+    return jack.ConnectionType == eConnType3Point5mm || jack.ConnectionType == eConnTypeQuarter ||
+           jack.ConnectionType == eConnTypeRCA;
+}
+
+} // namespace
+
+namespace libAudio {
+
+bool isMicrophoneDeviceWithNoJackInfo(AudioDevice& device);
+bool isSpeakerDeviceWithNoJackInfo(AudioDevice& device);
+
+bool acceptableSpeakerTypes(const AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::acceptableSpeakerTypes");
+    return nodeIsOneOf(device, {&KSNODETYPE_SPEAKER, &KSNODETYPE_DESKTOP_SPEAKER,
+                                &KSNODETYPE_ROOM_SPEAKER, &KSNODETYPE_COMMUNICATION_SPEAKER,
+                                &KSNODETYPE_LOW_FREQUENCY_EFFECTS_SPEAKER});
+}
+
+bool isInternalMicrophone(AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isInternalMicrophone");
+    const AudioDevice::Properties& p = device.deviceProperty();
+    // A plain microphone node is what external jacks report, so it is left out on purpose.
+    if (!nodeIsOneOf(device,
+                     {&KSNODETYPE_DESKTOP_MICROPHONE, &KSNODETYPE_PERSONAL_MICROPHONE,
+                      &KSNODETYPE_OMNI_DIRECTIONAL_MICROPHONE, &KSNODETYPE_MICROPHONE_ARRAY})) {
+        QEL_ERROR("Audio device ", p.endpointType, " ", p.friendlyName,
+                  " is not a recognized microphone device.");
+        return false;
+    }
+    qel::Array<KSJACK_DESCRIPTION> jacks;
+    if (device.jackInfo(jacks) == 0) {
+        QEL_ERROR("No jack description available, but endpoint type is ", p.endpointType,
+                  " so assume internal mic.");
+        return true;
+    }
+    for (const KSJACK_DESCRIPTION& jack : jacks) {
+        if (!looksInternal(jack)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool isInternalSpeaker(AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isInternalSpeaker");
+    const AudioDevice::Properties& p = device.deviceProperty();
+    if (!acceptableSpeakerTypes(device)) {
+        QEL_ERROR("Audio device ", p.endpointType, " ", p.friendlyName,
+                  " is not a recognized speaker device.");
+        return false;
+    }
+    qel::Array<KSJACK_DESCRIPTION> jacks;
+    if (device.jackInfo(jacks) == 0) {
+        // A plain speaker node without jacks is as likely external; the special kinds are not.
+        if (nodeIs(device, KSNODETYPE_SPEAKER)) {
+            return false;
+        }
+        QEL_ERROR("No jack description available, but endpoint type is ", p.endpointType,
+                  " so assume internal speaker.");
+        return true;
+    }
+    bool internal = true;
+    for (const KSJACK_DESCRIPTION& jack : jacks) {
+        internal = internal && looksInternal(jack);
+        QEL_DEBUG("Connection Geolocations: ", (unsigned int)jack.GeoLocation);
+        QEL_DEBUG("Connection Genlocations: ", (unsigned int)jack.GenLocation);
+        QEL_DEBUG("Connection ConnectionType: ", (unsigned int)jack.ConnectionType);
+        QEL_DEBUG("Connection PortConnection: ", (unsigned int)jack.PortConnection);
+        QEL_DEBUG("Connection: ", (int)jack.IsConnected);
+    }
+    return internal;
+}
+
+bool isMicrophoneDeviceWithNoJackInfo(AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isMicrophoneDeviceWithNoJackInfo");
+    const AudioDevice::Properties& p = device.deviceProperty();
+    QEL_DEBUG("Friendly Name ", p.friendlyName);
+    QEL_DEBUG("Endpoint Type ", p.endpointType);
+    if (!nodeIs(device, KSNODETYPE_MICROPHONE)) {
+        QEL_DEBUG("Is not a KSNODETYPE_MICROPHONE node");
+        return false;
+    }
+    QEL_DEBUG("Is a KSNODETYPE_MICROPHONE node");
+    qel::Array<KSJACK_DESCRIPTION> jacks;
+    return device.jackInfo(jacks) == 0;
+}
+
+bool isSpeakerDeviceWithNoJackInfo(AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isSpeakerDeviceWithNoJackInfo");
+    const AudioDevice::Properties& p = device.deviceProperty();
+    QEL_DEBUG("Friendly Name ", p.friendlyName);
+    QEL_DEBUG("Endpoint Type ", p.endpointType);
+    if (!nodeIs(device, KSNODETYPE_SPEAKER)) {
+        QEL_DEBUG("Is not a KSNODETYPE_SPEAKER node");
+        return false;
+    }
+    QEL_DEBUG("Is a KSNODETYPE_SPEAKER node");
+    qel::Array<KSJACK_DESCRIPTION> jacks;
+    return device.jackInfo(jacks) == 0;
+}
+
+bool isIntegratedMicrophone(AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isIntegratedMicrophone");
+    if (enumeratedBy(device, "ROOT")) {
+        return false;
+    }
+    if (enumeratedBy(device, "USB") && nodeIs(device, KSNODETYPE_MICROPHONE)) {
+        return true;
+    }
+    if (isMicrophoneDeviceWithNoJackInfo(device) || isExternalAnalogJack(device)) {
+        return false;
+    }
+    // Asked for its log lines only: whatever it finds, such a microphone counts as built in.
+    isInternalMicrophone(device);
+    return true;
+}
+
+bool isIntegratedSpeaker(AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isIntegratedSpeaker");
+    if (enumeratedBy(device, "ROOT")) {
+        return false;
+    }
+    if (enumeratedBy(device, "USB") && nodeIs(device, KSNODETYPE_SPEAKER)) {
+        return true;
+    }
+    if (isSpeakerDeviceWithNoJackInfo(device)) {
+        return false;
+    }
+    // No external-jack test for speakers: a line out or headphone jack still counts.
+    isInternalSpeaker(device);
+    return true;
+}
+
+bool isActive(AudioDevice& device) {
+    QEL_TRACE_SCOPE("isActive(AudioDevice& dev)");
+    if (!device.refreshDeviceInformation()) {
+        QEL_DEBUG("Unable to update test device info. Assume not active.");
+        return false;
+    }
+    bool active = device.deviceProperty().state == DEVICE_STATE_ACTIVE;
+    QEL_DEBUG("Checking device state using up-to-date information: ", (int)active);
+    return active;
+}
+
+bool isExternalAnalogJack(AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isExternalAnalogJack");
+    QEL_DEBUG(device.deviceProperty().endpointType);
+    qel::Array<KSJACK_DESCRIPTION> jacks;
+    device.jackInfo(jacks);
+    QEL_DEBUG("Number of jack information ", jacks.size());
+    for (qel::Uint32 i = 0; i < jacks.size(); ++i) {
+        QEL_DEBUG("Jack ", i, " connection type ", (unsigned int)jacks[i].ConnectionType);
+        if (isAnalogJack(jacks[i])) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool isUSBMicrophone(const AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isUSBMicrophone");
+    return enumeratedBy(device, "USB") && nodeIs(device, KSNODETYPE_MICROPHONE);
+}
+
+bool isUSBSpeaker(const AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isUSBSpeaker");
+    return enumeratedBy(device, "USB") && nodeIs(device, KSNODETYPE_SPEAKER);
+}
+
+bool isVirtualDevice(const AudioDevice& device) {
+    QEL_TRACE_SCOPE("libAudio::isVirtualDevice");
+    return enumeratedBy(device, "ROOT");
+}
+
+bool allowExternalMicTesting() {
+    QEL_TRACE_SCOPE("libAudio::allowExternalMicTesting");
+    qel::String value;
+    if (!qel::Resource::getSetting("qelrsysinfodirect", "AllowExternalMicTesting.value", value,
+                                   QELLocale::getGlobalLocale())) {
+        return false;
+    }
+    return qel::String::strToBoolean(value.trim());
+}
+
+} // namespace libAudio
