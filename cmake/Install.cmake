@@ -13,10 +13,11 @@ install(TARGETS ${_installed_targets} EXPORT libAudioTargets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${LIBAUDIO_INCLUDE_ROOT})
 
-foreach(dir libAudio foundation COM platform)
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/${dir}/ DESTINATION ${LIBAUDIO_INCLUDE_ROOT}/${dir}
-        FILES_MATCHING PATTERN "*.h"
-        PATTERN "internal" EXCLUDE PATTERN "sim" EXCLUDE)
+include(${CMAKE_CURRENT_LIST_DIR}/PublicHeaders.cmake)
+libaudio_public_headers(_public_headers)
+foreach(header IN LISTS _public_headers)
+    get_filename_component(dir ${header} DIRECTORY)
+    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${LIBAUDIO_INCLUDE_ROOT}/${dir})
 endforeach()
 
 install(EXPORT libAudioTargets NAMESPACE libAudio:: DESTINATION ${LIBAUDIO_CMAKE_DIR})

@@ -16,10 +16,14 @@ template <class T> class Array {
 public:
     Array() = default;
     explicit Array(Uint32 initialCapacity) {
+        const bool fits =
+            initialCapacity <= (Uint32(0xffffffffU) - sizeof(ArrayRep<T>)) / sizeof(T);
         // Log readers match this exact text, without the blanks the formatter puts in.
-        QEL_ASSERT_TEXT(initialCapacity <= (Uint32(0xffffffffU) - sizeof(ArrayRep<T>)) / sizeof(T),
+        QEL_ASSERT_TEXT(fits,
                         "initialCapacity <= (Uint32(0xffffffffU)-sizeof(ArrayRep<T>))/sizeof(T)");
-        m_items.reserve(initialCapacity);
+        if (fits) { // the capacity is only a hint: a continued failure starts empty
+            m_items.reserve(initialCapacity);
+        }
     }
 
     Uint32 size() const { return Uint32(m_items.size()); }
@@ -27,11 +31,11 @@ public:
 
     T& operator[](Uint32 index) {
         QEL_ASSERT(index < size());
-        return m_items[index];
+        return index < size() ? m_items[index] : outOfRange();
     }
     const T& operator[](Uint32 index) const {
         QEL_ASSERT(index < size());
-        return m_items[index];
+        return index < size() ? m_items[index] : outOfRange();
     }
 
     void append(const T& item) { m_items.push_back(item); }
@@ -70,6 +74,14 @@ public:
     bool operator!=(const Array& other) const { return m_items != other.m_items; }
 
 private:
+    // What an access out of range gets when a handler let its failed check continue: a
+    // fresh default element of this thread, never memory beyond the array.
+    static T& outOfRange() {
+        static thread_local T item;
+        item = T();
+        return item;
+    }
+
     std::vector<T> m_items;
 };
 

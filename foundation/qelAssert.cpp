@@ -1,6 +1,8 @@
 #include "foundation/qelAssert.h"
 #include "foundation/qelLog.h"
 
+#include <atomic>
+
 #ifdef _WIN32
 #include "platform/win32.h"
 #endif
@@ -14,6 +16,17 @@ std::string describe(const char* file, unsigned long long line, const char* expr
     return std::string("assertion failed: ") + expression + " (" + file + ":" +
            std::to_string(line) + ")";
 }
+
+#ifdef _WIN32
+void raiseStructuredException(std::uint32_t code) {
+    RaiseException(code, 0, 0, nullptr);
+}
+constexpr AssertionFailure::StructuredRaise kPlatformRaise = raiseStructuredException;
+#else
+constexpr AssertionFailure::StructuredRaise kPlatformRaise = nullptr;
+#endif
+
+std::atomic<AssertionFailure::StructuredRaise> g_structuredRaise{kPlatformRaise};
 } // namespace
 
 AssertionException::AssertionException(const char* file, unsigned long long line,
@@ -27,10 +40,15 @@ void AssertionFailure::logAssert(const char* file, unsigned long long line,
 }
 
 void AssertionFailure::raise(const char* file, unsigned long long line, const char* expression) {
-#ifdef _WIN32
-    RaiseException(7, 0, 0, nullptr);
-#endif
+    if (StructuredRaise structured = g_structuredRaise.load()) {
+        structured(exceptionCode);
+        return; // a handler continued execution
+    }
     throw AssertionException(file, line, expression);
+}
+
+AssertionFailure::StructuredRaise AssertionFailure::setStructuredRaise(StructuredRaise raise) {
+    return g_structuredRaise.exchange(raise);
 }
 
 } // namespace qel

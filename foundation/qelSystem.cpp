@@ -9,7 +9,7 @@ void System::mssleep(unsigned int milliseconds) {
     Sleep(milliseconds);
 }
 
-std::FILE* System::fopen(const String& path, const String& mode, std::uint32_t* error) {
+std::FILE* System::fopen(const String& path, const String& mode, DWORD* error) {
     errno = 0;
 #ifdef _WIN32
     std::FILE* file = ::_wfopen(reinterpret_cast<const wchar_t*>(path.getUCS2Buffer()),
@@ -18,7 +18,7 @@ std::FILE* System::fopen(const String& path, const String& mode, std::uint32_t* 
     std::FILE* file = std::fopen(path.getUTF8String(), mode.getUTF8String());
 #endif
     if (!file && error) {
-        *error = std::uint32_t(errno);
+        *error = DWORD(errno);
     }
     return file;
 }

@@ -14,8 +14,9 @@ class LIBAUDIO_API System {
 public:
     static void mssleep(unsigned int milliseconds);
     // Opens path with the C library's mode; on failure returns null and stores errno (or
-    // the platform's error) in *error when error is given.
-    static std::FILE* fopen(const String& path, const String& mode, std::uint32_t* error);
+    // the platform's error) in *error when error is given. DWORD: the 32-bit unsigned long
+    // that Windows callers link against, a 32-bit integer elsewhere.
+    static std::FILE* fopen(const String& path, const String& mode, DWORD* error);
 };
 
 class LIBAUDIO_API mutex {

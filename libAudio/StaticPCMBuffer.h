@@ -25,7 +25,8 @@ public:
     void initialize(unsigned int blocks, const WAVEFORMATEXTENSIBLE& fmt);
     void set(const StaticPCMBuffer& other);
     void set(const qel::Buffer<unsigned char>& data, const WAVEFORMATEXTENSIBLE& fmt);
-    void set(const qel::Array<std::uint32_t>& values, const WAVEFORMATEX& fmt);
+    // Four little-endian bytes per word. DWORD: the 32-bit unsigned long of Windows callers.
+    void set(const qel::Array<DWORD>& values, const WAVEFORMATEX& fmt);
     void setFormat(const WAVEFORMATEXTENSIBLE& fmt) { m_format = fmt; }
 
     const WAVEFORMATEXTENSIBLE& format() const { return m_format; }

@@ -59,7 +59,7 @@ HeaderWriter waveHeader(const WAVEFORMATEX& fmt, std::uint32_t fmtSize, std::uin
 bool createPCMWaveFile(const qel::String& path, const WAVEFORMATEX& fmt, const unsigned char* data,
                        unsigned long long size) {
     QEL_TRACE_SCOPE("createPCMWaveFile");
-    std::uint32_t error = 0;
+    DWORD error = 0;
     std::FILE* file = qel::System::fopen(path, qel::String("wb"), &error);
     if (!file) {
         return false;

@@ -74,11 +74,11 @@ void StaticPCMBuffer::set(const qel::Buffer<unsigned char>& data, const WAVEFORM
     m_writeMarker = 0;
 }
 
-void StaticPCMBuffer::set(const qel::Array<std::uint32_t>& values, const WAVEFORMATEX& fmt) {
+void StaticPCMBuffer::set(const qel::Array<DWORD>& values, const WAVEFORMATEX& fmt) {
     m_pcm.release();
     m_pcm.resize(std::uint64_t(values.size()) * 4);
     unsigned char* out = m_pcm.data();
-    for (std::uint32_t value : values) {
+    for (DWORD value : values) {
         for (int b = 0; b < 4; ++b) {
             *out++ = (unsigned char)(value >> (8 * b));
         }

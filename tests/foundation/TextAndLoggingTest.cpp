@@ -1,11 +1,14 @@
 #include "foundation/qelArray.h"
+#include "foundation/qelAssert.h"
 #include "foundation/qelLog.h"
 #include "foundation/qelString.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -103,6 +106,92 @@ TEST(Array, CheckedConditionsRaiseAndLogTheirText) {
                   record.text.find("index < size()") != std::string::npos;
     }
     EXPECT_EQ(logged, 2);
+}
+
+// Stands in for the platform's exception dispatch while a test runs: each raise is
+// recorded with the number of fatal records logged before it, then a handler either lets
+// execution continue (the raise returns) or unwinds.
+class StructuredRaiseProbe {
+public:
+    explicit StructuredRaiseProbe(const testsupport::LogCapture& log, bool unwind = false) {
+        s_log = &log;
+        s_unwind = unwind;
+        s_raised.clear();
+        m_previous = qel::AssertionFailure::setStructuredRaise(&StructuredRaiseProbe::raise);
+    }
+    ~StructuredRaiseProbe() { qel::AssertionFailure::setStructuredRaise(m_previous); }
+    // Each raise as its code and the fatal records logged by then.
+    static std::vector<std::pair<std::uint32_t, int>> raised() { return s_raised; }
+
+private:
+    struct Unwound {};
+    static void raise(std::uint32_t code) {
+        int fatal = 0;
+        for (const auto& record : s_log->records()) {
+            fatal += record.priority == Priority::PRIORITY_FATAL;
+        }
+        s_raised.emplace_back(code, fatal);
+        if (s_unwind) {
+            throw Unwound{};
+        }
+    }
+    static inline const testsupport::LogCapture* s_log = nullptr;
+    static inline bool s_unwind = false;
+    static inline std::vector<std::pair<std::uint32_t, int>> s_raised;
+    qel::AssertionFailure::StructuredRaise m_previous;
+};
+
+// On Windows a handler may continue after exception 7: the code then goes on as if the check
+// had passed, and what it reads out of range is a default element, never foreign memory.
+TEST(Assertion, ContinuedRaiseGoesOnAfterTheCheck) {
+    testsupport::LogCapture log;
+    StructuredRaiseProbe probe(log);
+    qel::Array<unsigned int> numbers;
+    numbers.append(7u);
+    const qel::Array<unsigned int>& readOnly = numbers;
+    int after = 0;
+    QEL_ASSERT(numbers.size() == 2);
+    ++after;
+    EXPECT_EQ(after, 1);
+    EXPECT_EQ(numbers[1], 0u);
+    numbers[3] = 99u; // lands in the stand-in element, not beyond the array
+    EXPECT_EQ(readOnly[3], 0u);
+    numbers.remove(1, 5); // clamped to the array
+    EXPECT_EQ(qel::Array<String>(0x10000000u).size(), 0u);
+    ASSERT_EQ(numbers.size(), 1u);
+    EXPECT_EQ(numbers[0], 7u);
+    // One raise of code 7 per failed check, each after its fatal record.
+    std::vector<std::pair<std::uint32_t, int>> expected;
+    for (int failure = 1; failure <= 6; ++failure) {
+        expected.emplace_back(7u, failure);
+    }
+    EXPECT_EQ(StructuredRaiseProbe::raised(), expected);
+}
+
+TEST(Assertion, UnwindingRaiseLeavesTheCheckAndNoRaiseThrowsTheLibrarysException) {
+    testsupport::LogCapture log;
+    bool after = false;
+    {
+        StructuredRaiseProbe probe(log, true);
+        EXPECT_ANY_THROW({
+            QEL_ASSERT(after);
+            after = true;
+        });
+        EXPECT_EQ(StructuredRaiseProbe::raised().size(), 1u);
+    }
+    EXPECT_FALSE(after);
+    // Without a structured raise, the default here, the library's own exception.
+    qel::AssertionFailure::StructuredRaise previous =
+        qel::AssertionFailure::setStructuredRaise(nullptr);
+    EXPECT_EQ(previous, nullptr);
+    const unsigned line = __LINE__ + 2;
+    try {
+        QEL_ASSERT(after);
+        ADD_FAILURE() << "no exception";
+    } catch (const qel::AssertionException& failure) {
+        EXPECT_EQ(failure.expression(), "after");
+        EXPECT_EQ(failure.line(), line);
+    }
 }
 
 // Restores the unit logger's threshold, which lives as long as the process.
