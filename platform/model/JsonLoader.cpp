@@ -15,6 +15,9 @@ namespace {
 using json::Json;
 using json::Object;
 
+constexpr json::Choice kTapers[] = {{"audio", std::uint32_t(VolumeTaper::Audio)},
+                                    {"linear", std::uint32_t(VolumeTaper::Linear)}};
+
 template <class Item, class Read>
 std::vector<Item> readList(const Object& document, std::string_view key, Read read) {
     std::vector<Item> items;
@@ -53,7 +56,7 @@ Machine loadMachineJson(const std::string& jsonText, const std::string& sourceNa
     Json document = json::parseDocument(jsonText, sourceName);
     Object o(document, Where(sourceName),
              {"name", "description", "adapters", "endpoints", "devices", "routes", "defaults",
-              "faults"});
+              "faults", "elevated", "volume_taper"});
     Machine m;
     m.name = o.text("name", nameFromSource(sourceName));
     m.description = o.text("description");
@@ -62,6 +65,8 @@ Machine loadMachineJson(const std::string& jsonText, const std::string& sourceNa
     m.devices = readList<TopologyDevice>(o, "devices", json::readDevice);
     m.routes = readList<Route>(o, "routes", json::readRoute);
     m.faults = readList<Fault>(o, "faults", json::readFault);
+    m.elevated = o.flag("elevated", m.elevated);
+    m.volumeTaper = VolumeTaper(o.choice("volume_taper", std::uint32_t(m.volumeTaper), kTapers));
     const Json* defaults = o.find("defaults");
     RoleRequests roles =
         defaults ? json::readDefaults(*defaults, o.at("defaults")) : RoleRequests{};

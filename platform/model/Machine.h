@@ -211,6 +211,12 @@ struct Fault {
     bool operator==(const Fault&) const = default;
 };
 
+// How an endpoint's volume scalar (the slider's position) maps to its level in dB.
+enum class VolumeTaper {
+    Audio,  // the curve measured on Windows (platform/sim/VolumeTaper.h)
+    Linear, // linear in amplitude between the range's ends
+};
+
 struct Machine {
     std::string name;
     std::string description;
@@ -222,6 +228,9 @@ struct Machine {
     std::string defaultRender[3];
     std::string defaultCapture[3];
     std::vector<Fault> faults;
+    // Without administrator rights the platform opens property stores for reading only.
+    bool elevated = true;
+    VolumeTaper volumeTaper = VolumeTaper::Audio;
 
     Endpoint* findEndpoint(const std::string& id);
     const Endpoint* findEndpoint(const std::string& id) const;

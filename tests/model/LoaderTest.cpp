@@ -31,6 +31,16 @@ TEST(modelLoader, AnEmptyEndpointGetsTheDocumentedDefaults) {
     EXPECT_EQ(m.defaultCapture[0], "") << "the only capture endpoint is not active";
 }
 
+TEST(modelLoader, ProcessRightsAndVolumeTaperAreMachineSettings) {
+    Machine plain = load("{}");
+    EXPECT_TRUE(plain.elevated) << "diagnostics run as an administrator";
+    EXPECT_EQ(plain.volumeTaper, VolumeTaper::Audio);
+    Machine user = load(R"({"elevated": false, "volume_taper": "Linear"})");
+    EXPECT_FALSE(user.elevated);
+    EXPECT_EQ(user.volumeTaper, VolumeTaper::Linear);
+    EXPECT_EQ(load(R"({"volume_taper": "audio"})").volumeTaper, VolumeTaper::Audio);
+}
+
 TEST(modelLoader, BuildsTheExtensibleDeviceFormat) {
     Machine m = load(R"({"endpoints": [{"format": {"channels": 6, "rate": 44100, "bits": 24}}]})");
     const WAVEFORMATEXTENSIBLE& f = m.endpoints[0].deviceFormat;
