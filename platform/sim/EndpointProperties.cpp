@@ -1,7 +1,11 @@
 #include "platform/sim/EndpointProperties.h"
 
+#include "platform/sim/TopologyAccess.h"
+
 #include <cstdio>
 #include <cstring>
+#include <deque>
+#include <set>
 
 namespace sim {
 
@@ -14,6 +18,10 @@ constexpr PROPERTYKEY kAdapterName = {
     {0xB3F8FA53, 0x0004, 0x438E, {0x90, 0x03, 0x51, 0xA4, 0x6E, 0x13, 0x9B, 0xFC}}, 6};
 constexpr PROPERTYKEY kDriverNodeStrongName = {
     {0x83DA6326, 0x97A6, 0x4088, {0x94, 0x53, 0xA1, 0x92, 0x3F, 0x57, 0x3B, 0x29}}, 3};
+
+// DEVPKEY_Device_InstanceId: the PnP instance id of the device the store belongs to.
+constexpr PROPERTYKEY kDeviceInstanceId = {
+    {0x78C34FC8, 0x104A, 0x4ACA, {0x9E, 0xA4, 0x52, 0x4D, 0x52, 0x99, 0x6E, 0x57}}, 256};
 
 model::PropertyValue text(const std::string& value) {
     model::PropertyValue v;
@@ -45,6 +53,32 @@ void putAdapterProperties(PropertyMap& p, const model::Adapter& adapter) {
     if (!adapter.driverNodeStrongName.empty()) {
         p[toModelKey(kDriverNodeStrongName)] = text(adapter.driverNodeStrongName);
     }
+}
+
+// The adapter of the first endpoint reached by following physical connections from a
+// topology device, nearest first.
+const model::Adapter* adapterReachedFrom(const model::Machine& m, const std::string& deviceId) {
+    std::deque<std::string> queue{deviceId};
+    std::set<std::string> seen{deviceId};
+    while (!queue.empty()) {
+        const model::TopologyDevice* device = m.findDevice(queue.front());
+        queue.pop_front();
+        if (!device) {
+            continue;
+        }
+        for (const model::Endpoint& e : m.endpoints) {
+            if (e.topologyDevice == device->id) {
+                return m.findAdapter(e.adapter);
+            }
+        }
+        for (const model::Part& part : device->parts) {
+            std::optional<model::PartRef> other = partnerOf(m, {device->id, part.localId});
+            if (other && seen.insert(other->device).second) {
+                queue.push_back(other->device);
+            }
+        }
+    }
+    return nullptr;
 }
 
 } // namespace
@@ -90,6 +124,18 @@ PropertyMap endpointProperties(const model::Machine& machine, const model::Endpo
         } else {
             p.erase(key);
         }
+    }
+    return p;
+}
+
+PropertyMap adapterDeviceProperties(const model::Machine& machine, const std::string& deviceId) {
+    PropertyMap p;
+    if (const model::Adapter* adapter = adapterReachedFrom(machine, deviceId)) {
+        p[toModelKey(PKEY_Device_FriendlyName)] = text(adapter->friendlyName);
+        p[toModelKey(PKEY_Device_DeviceDesc)] = text(adapter->friendlyName);
+        p[toModelKey(PKEY_DeviceInterface_FriendlyName)] = text(adapter->friendlyName);
+        p[toModelKey(PKEY_Device_EnumeratorName)] = text(adapter->enumerator);
+        p[toModelKey(kDeviceInstanceId)] = text(adapter->instanceId);
     }
     return p;
 }

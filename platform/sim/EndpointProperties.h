@@ -12,6 +12,9 @@ namespace sim {
 using PropertyMap = std::map<model::PropertyKey, model::PropertyValue>;
 
 PropertyMap endpointProperties(const model::Machine& machine, const model::Endpoint& endpoint);
+// The store of an adapter device (GetDevice on a topology filter's id): the names of the
+// adapter whose endpoints the filter's connections lead to; empty when they lead to none.
+PropertyMap adapterDeviceProperties(const model::Machine& machine, const std::string& deviceId);
 
 model::PropertyKey toModelKey(const PROPERTYKEY& key);
 PROPERTYKEY toPlatformKey(const model::PropertyKey& key);

@@ -1,9 +1,12 @@
 #include "platform/sim/ComObject.h"
+#include "platform/sim/DefaultEndpoints.h"
 #include "platform/sim/DeviceObjects.h"
 #include "platform/sim/Notifier.h"
 #include "platform/sim/Runtime.h"
+#include "platform/sim/TopologyAccess.h"
 
 #include <cctype>
+#include <regex>
 
 namespace sim {
 
@@ -37,6 +40,17 @@ std::string utf8(LPCWSTR text) {
     return out;
 }
 
+// The two forms of id Windows hands out: an endpoint's "{0.0.F.XXXXXXXX}.{GUID}" and an
+// adapter device's "{N}.\\?\<device interface path>". An unknown id of either form names a
+// device that is not there (E_NOTFOUND); anything else is not an id at all (E_INVALIDARG).
+bool wellFormedId(const std::string& id) {
+    static const std::regex endpoint(
+        R"(\{0\.0\.[01]\.[0-9A-Fa-f]{8}\}\.\{[0-9A-Fa-f]{8}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-)"
+        R"([0-9A-Fa-f]{4}-[0-9A-Fa-f]{12}\})");
+    static const std::regex adapter(R"(\{[0-9]+\}\.\\\\\?\\.+)");
+    return std::regex_match(id, endpoint) || std::regex_match(id, adapter);
+}
+
 class Enumerator final : public ComObject<Enumerator, IMMDeviceEnumerator> {
 public:
     HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD mask,
@@ -45,7 +59,8 @@ public:
             return E_POINTER;
         }
         *out = nullptr;
-        if (flow < eRender || flow > eAll || mask == 0 || (mask & ~DWORD(DEVICE_STATEMASK_ALL))) {
+        // A mask of no state is valid and selects nothing, as on Windows.
+        if (flow < eRender || flow > eAll || (mask & ~DWORD(DEVICE_STATEMASK_ALL))) {
             return E_INVALIDARG;
         }
         if (HRESULT fault = injectedFault("EnumAudioEndpoints", flowName(flow))) {
@@ -92,23 +107,34 @@ public:
         if (HRESULT fault = injectedFault("GetDevice", wanted)) {
             return fault;
         }
-        std::string id = readMachine<std::string>([&](const model::Machine& m) {
+        std::string endpoint, adapter;
+        withMachine([&](model::Machine& m) {
             for (const model::Endpoint& e : m.endpoints) {
                 if (sameId(e.id, wanted)) {
-                    return e.id;
+                    endpoint = e.id;
+                    return;
                 }
             }
-            return std::string();
+            for (const model::TopologyDevice& d : m.devices) {
+                if (sameId(d.id, wanted) && isAdapterDevice(m, d.id)) {
+                    adapter = d.id;
+                    return;
+                }
+            }
         });
-        if (id.empty()) {
-            return E_NOTFOUND;
+        if (!endpoint.empty()) {
+            *out = createDevice(endpoint);
+        } else if (!adapter.empty()) {
+            *out = createAdapterDevice(adapter);
         }
-        *out = createDevice(id);
-        return S_OK;
+        return *out ? S_OK : wellFormedId(wanted) ? E_NOTFOUND : E_INVALIDARG;
     }
 
     HRESULT STDMETHODCALLTYPE
     RegisterEndpointNotificationCallback(IMMNotificationClient* client) override {
+        if (HRESULT refused = refuseInsideCallback("RegisterEndpointNotificationCallback")) {
+            return refused;
+        }
         if (HRESULT fault = injectedFault("RegisterEndpointNotificationCallback", "")) {
             return fault;
         }
@@ -117,6 +143,9 @@ public:
 
     HRESULT STDMETHODCALLTYPE
     UnregisterEndpointNotificationCallback(IMMNotificationClient* client) override {
+        if (HRESULT refused = refuseInsideCallback("UnregisterEndpointNotificationCallback")) {
+            return refused;
+        }
         if (HRESULT fault = injectedFault("UnregisterEndpointNotificationCallback", "")) {
             return fault;
         }
@@ -124,14 +153,10 @@ public:
     }
 
 private:
-    // The default endpoint of a role, if it is there and active.
     static std::string defaultEndpoint(EDataFlow flow, ERole role) {
-        return readMachine<std::string>([&](const model::Machine& m) {
-            const std::string& id =
-                flow == eRender ? m.defaultRender[role] : m.defaultCapture[role];
-            const model::Endpoint* e = m.findEndpoint(id);
-            return e && e->state == model::STATE_ACTIVE ? id : std::string();
-        });
+        model::Flow modelFlow = flow == eRender ? model::Flow::Render : model::Flow::Capture;
+        return readMachine<std::string>(
+            [&](const model::Machine& m) { return defaultEndpointOf(m, modelFlow, role); });
     }
 };
 

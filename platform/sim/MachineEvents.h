@@ -1,6 +1,7 @@
 // Changes to the installed machine while the process runs, as a user plugging, unplugging
 // or reconfiguring hardware makes them. Each change is announced to the registered
-// notification clients on the notification thread.
+// notification clients on the notification thread, followed by OnDefaultDeviceChanged for
+// every role whose default it moves (a null id when no endpoint of the flow is left).
 #pragma once
 
 #include "platform/model/Machine.h"
@@ -18,7 +19,8 @@ LIBAUDIO_PLATFORM_API bool setEndpointState(const std::string& endpointId, std::
 LIBAUDIO_PLATFORM_API bool addEndpoint(const model::Endpoint& endpoint,
                                        const std::optional<model::TopologyDevice>& device = {});
 LIBAUDIO_PLATFORM_API bool removeEndpoint(const std::string& endpointId);
-// False unless the endpoint exists, has that flow and is active.
+// The user's choice of default for a role. False unless the endpoint exists, has that flow
+// and is active.
 LIBAUDIO_PLATFORM_API bool setDefaultEndpoint(model::Flow flow, ERole role,
                                               const std::string& endpointId);
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace sim {
@@ -63,8 +64,8 @@ NotificationThread& notificationThread() {
 }
 
 // Registrations. Deliveries hold the lock while they call out, so that a client that has
-// unregistered is never called afterwards; the lock is recursive because a client may
-// unregister from inside its own callback.
+// unregistered is never called afterwards; the lock is recursive because a callback may
+// still register a volume callback of its own (only unregistering is refused there).
 struct Registrations {
     std::recursive_mutex mutex;
     std::vector<IMMNotificationClient*> endpointClients;
@@ -97,7 +98,32 @@ template <class T> HRESULT removeFrom(std::vector<T*>& list, T* item) {
     return S_OK;
 }
 
+struct Refusals {
+    std::mutex mutex;
+    std::vector<RefusedCall> calls;
+};
+
+Refusals& refusals() {
+    static Refusals* r = new Refusals;
+    return *r;
+}
+
 } // namespace
+
+std::vector<RefusedCall> takeRefusedCalls() {
+    std::lock_guard lock(refusals().mutex);
+    return std::exchange(refusals().calls, {});
+}
+
+HRESULT refuseInsideCallback(const char* operation) {
+    // Every delivery runs on the notification thread, so being there means being inside one.
+    if (!onNotificationThread()) {
+        return S_OK;
+    }
+    std::lock_guard lock(refusals().mutex);
+    refusals().calls.push_back({operation, ILLEGAL_METHOD_CALL});
+    return ILLEGAL_METHOD_CALL;
+}
 
 void postNotification(std::function<void()> delivery) {
     notificationThread().post(std::move(delivery));

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace sim {
 
@@ -15,6 +16,22 @@ void postNotification(std::function<void()> delivery);
 LIBAUDIO_PLATFORM_API void waitForNotifications();
 // True on the notification thread.
 bool onNotificationThread();
+
+// E_ILLEGAL_METHOD_CALL: "a method was called at an unexpected time". Windows deadlocks when
+// a callback registers or unregisters notification callbacks; the platform refuses the call
+// with this code instead, so that the misuse shows instead of hanging the process.
+constexpr HRESULT ILLEGAL_METHOD_CALL = HRESULT(0x8000000EL);
+
+// A call refused because it came from inside a notification callback.
+struct RefusedCall {
+    std::string operation;
+    HRESULT result;
+};
+// The calls refused since the last call, oldest first.
+LIBAUDIO_PLATFORM_API std::vector<RefusedCall> takeRefusedCalls();
+// ILLEGAL_METHOD_CALL (and a record) when called from inside a notification callback; S_OK
+// elsewhere.
+HRESULT refuseInsideCallback(const char* operation);
 
 // Clients of IMMNotificationClient registered with any enumerator.
 HRESULT registerEndpointClient(IMMNotificationClient* client);

@@ -57,7 +57,9 @@ std::optional<model::PropertyValue> fromVariant(const PROPVARIANT& pv) {
 
 class PropertyStore final : public ComObject<PropertyStore, IPropertyStore> {
 public:
-    PropertyStore(std::string id, DWORD mode) : m_id(std::move(id)), m_mode(mode) {}
+    // An endpoint's store, or an adapter device's when `adapter`.
+    PropertyStore(std::string id, DWORD mode, bool adapter)
+        : m_id(std::move(id)), m_mode(mode), m_adapter(adapter) {}
 
     HRESULT STDMETHODCALLTYPE GetCount(DWORD* count) override {
         if (!count) {
@@ -110,6 +112,9 @@ public:
         if (HRESULT fault = keyFault("SetValue", key)) {
             return fault;
         }
+        if (m_adapter) {
+            return ACCESS_DENIED; // device properties belong to the driver's installation
+        }
         std::optional<model::PropertyValue> value = fromVariant(pv);
         if (!value) {
             return E_INVALIDARG;
@@ -145,7 +150,11 @@ private:
     std::optional<PropertyMap> properties() const {
         std::optional<PropertyMap> all;
         withMachine([&](model::Machine& m) {
-            if (const model::Endpoint* e = m.findEndpoint(m_id)) {
+            if (m_adapter) {
+                if (m.findDevice(m_id)) {
+                    all = adapterDeviceProperties(m, m_id);
+                }
+            } else if (const model::Endpoint* e = m.findEndpoint(m_id)) {
                 all = endpointProperties(m, *e);
             }
         });
@@ -154,12 +163,17 @@ private:
 
     const std::string m_id;
     const DWORD m_mode;
+    const bool m_adapter;
 };
 
 } // namespace
 
 IPropertyStore* createPropertyStore(const std::string& endpointId, DWORD mode) {
-    return PropertyStore::create(endpointId, mode);
+    return PropertyStore::create(endpointId, mode, false);
+}
+
+IPropertyStore* createAdapterPropertyStore(const std::string& deviceId, DWORD mode) {
+    return PropertyStore::create(deviceId, mode, true);
 }
 
 } // namespace sim

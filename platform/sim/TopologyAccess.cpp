@@ -25,6 +25,18 @@ std::optional<model::PartRef> partnerOf(const model::Machine& machine,
     return std::nullopt;
 }
 
+bool isAdapterDevice(const model::Machine& machine, const std::string& deviceId) {
+    if (!machine.findDevice(deviceId)) {
+        return false;
+    }
+    for (const model::Endpoint& endpoint : machine.endpoints) {
+        if (endpoint.topologyDevice == deviceId) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool deviceIsActive(const model::Machine& machine, const std::string& deviceId) {
     for (const model::Endpoint& endpoint : machine.endpoints) {
         if (endpoint.topologyDevice == deviceId && endpoint.state != model::STATE_ACTIVE) {

@@ -37,6 +37,10 @@ template <class F> HRESULT withPart(const model::PartRef& ref, F&& f) {
 std::optional<model::PartRef> partnerOf(const model::Machine& machine,
                                         const model::PartRef& connector);
 
+// True for a device of the topology graph that is no endpoint's own device: an adapter's
+// filter, which GetDevice opens by its id.
+bool isAdapterDevice(const model::Machine& machine, const std::string& deviceId);
+
 // False for the device of an endpoint that is not active: Windows cannot reach the
 // topology behind such an endpoint.
 bool deviceIsActive(const model::Machine& machine, const std::string& deviceId);

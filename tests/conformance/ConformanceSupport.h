@@ -126,7 +126,15 @@ private:
     AUDIO_VOLUME_NOTIFICATION_DATA m_last{};
 };
 
-// Keeps the state changes; every other device event only counts as a call.
+// One OnDefaultDeviceChanged as delivered; a null id arrives as an empty one.
+struct DefaultChange {
+    EDataFlow flow;
+    ERole role;
+    WString id;
+    bool operator==(const DefaultChange&) const = default;
+};
+
+// Keeps the state and default changes; every other device event only counts as a call.
 class DeviceEventRecorder final : public Recorder<IMMNotificationClient> {
 public:
     HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR id, DWORD state) override {
@@ -136,8 +144,11 @@ public:
     }
     HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR) override { return locked(); }
     HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR) override { return locked(); }
-    HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow, ERole, LPCWSTR) override {
-        return locked();
+    HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role,
+                                                     LPCWSTR id) override {
+        std::lock_guard lock(m_mutex);
+        m_defaults.push_back({flow, role, id ? WString(id) : WString()});
+        return record();
     }
     HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY) override {
         return locked();
@@ -145,6 +156,10 @@ public:
     std::vector<std::pair<WString, DWORD>> states() const {
         std::lock_guard lock(m_mutex);
         return m_states;
+    }
+    std::vector<DefaultChange> defaults() const {
+        std::lock_guard lock(m_mutex);
+        return m_defaults;
     }
 
 private:
@@ -157,6 +172,34 @@ private:
         return record();
     }
     std::vector<std::pair<WString, DWORD>> m_states;
+    std::vector<DefaultChange> m_defaults;
+};
+
+// Keeps a client registered for a scope, so that a failed assertion cannot leave the platform
+// calling a client that has gone.
+class ScopedRegistration {
+public:
+    ScopedRegistration(IMMDeviceEnumerator* enumerator, IMMNotificationClient* client)
+        : m_enumerator(enumerator), m_client(client),
+          m_result(enumerator->RegisterEndpointNotificationCallback(client)) {}
+    ~ScopedRegistration() { end(); }
+    ScopedRegistration(const ScopedRegistration&) = delete;
+    ScopedRegistration& operator=(const ScopedRegistration&) = delete;
+
+    HRESULT result() const { return m_result; }
+    // Unregisters now; what the platform answers.
+    HRESULT end() {
+        HRESULT hr = SUCCEEDED(m_result)
+                         ? m_enumerator->UnregisterEndpointNotificationCallback(m_client)
+                         : S_FALSE;
+        m_result = E_ABORT;
+        return hr;
+    }
+
+private:
+    IMMDeviceEnumerator* m_enumerator;
+    IMMNotificationClient* m_client;
+    HRESULT m_result;
 };
 
 } // namespace conformance

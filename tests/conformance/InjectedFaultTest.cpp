@@ -1,5 +1,7 @@
 // Injected faults answer the result code a real system gives in that situation, touch
 // nothing else in the machine, and are consumed in order (a sticky one keeps failing).
+// Beside them, what the platform does as hardware comes and goes, and the misuse it
+// catches where Windows would hang.
 #include "conformance/ConformanceSupport.h"
 #include "platform/model/MachineBuilder.h"
 #include "platform/sim/MachineEvents.h"
@@ -16,6 +18,7 @@ namespace {
 const std::string kSpeakers = model::generatedEndpointId(model::Flow::Render, 0);
 const std::string kMicrophone = model::generatedEndpointId(model::Flow::Capture, 1);
 constexpr HRESULT kStorageAccessDenied = HRESULT(0x80030005L); // STG_E_ACCESSDENIED
+constexpr HRESULT kIllegalMethodCall = HRESULT(0x8000000EL);   // E_ILLEGAL_METHOD_CALL
 
 // Speakers behind a filter's Speaker connector (fed by a volume node), a microphone without
 // a topology, and a Line In jack that is connected to nothing.
@@ -266,7 +269,11 @@ TEST_F(Faults, MissingConnectionsAndPathsAnswerNotFound) {
 }
 
 TEST_F(Faults, RemovedEndpointAnswersAsWindowsDoes) {
+    DeviceEventRecorder events;
+    ScopedRegistration registration(enumerator, &events);
+    ASSERT_EQ(S_OK, registration.result());
     ASSERT_TRUE(sim::removeEndpoint(kSpeakers));
+    sim::waitForNotifications();
     DWORD state = 0;
     EXPECT_EQ(S_OK, speakers->GetState(&state));
     EXPECT_EQ(DWORD(DEVICE_STATE_NOTPRESENT), state);
@@ -275,8 +282,110 @@ TEST_F(Faults, RemovedEndpointAnswersAsWindowsDoes) {
         EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED, speakers->Activate(iid, CLSCTX_ALL, nullptr, &out));
         EXPECT_EQ(nullptr, out);
     }
+    // The speakers were the only render endpoint: every role is left without one.
     CComPtr<IMMDevice> gone;
     EXPECT_EQ(E_NOTFOUND, enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &gone));
+    EXPECT_EQ(E_NOTFOUND, enumerator->GetDevice(wide(kSpeakers).c_str(), &gone));
+    const std::vector<DefaultChange> none = {
+        {eRender, eConsole, {}}, {eRender, eMultimedia, {}}, {eRender, eCommunications, {}}};
+    EXPECT_EQ(none, events.defaults());
+
+    // An endpoint that arrives where no default is takes every role at once.
+    model::Endpoint line = faultMachine().build().endpoints.front();
+    line.id = model::generatedEndpointId(model::Flow::Render, 7);
+    line.topologyDevice.clear();
+    ASSERT_TRUE(sim::addEndpoint(line));
+    sim::waitForNotifications();
+    CComPtr<IMMDevice> successor;
+    ASSERT_EQ(S_OK, enumerator->GetDefaultAudioEndpoint(eRender, eCommunications, &successor));
+    EXPECT_EQ(wide(line.id), idOf(successor));
+    std::vector<DefaultChange> all = none;
+    for (ERole role : {eConsole, eMultimedia, eCommunications}) {
+        all.push_back({eRender, role, wide(line.id)});
+    }
+    EXPECT_EQ(all, events.defaults());
+    EXPECT_EQ(S_OK, registration.end());
+}
+
+model::Jack jackAt(std::uint32_t portConnection) {
+    model::Jack jack;
+    jack.portConnection = portConnection;
+    return jack;
+}
+
+// When the default goes, the successor is the active endpoint Windows ranks highest for the
+// role: jack detection before form factor, form factor before the pin's category; the
+// user's choice returns with its endpoint.
+TEST_F(Faults, SuccessorIsTheEndpointWindowsRanksHighest) {
+    constexpr std::uint32_t kJack = 0, kIntegrated = 1; // EPxcPortConnection
+    auto render = [](std::size_t i) {
+        return model::generatedEndpointId(model::Flow::Render, i);
+    };
+    auto capture = [](std::size_t i) {
+        return model::generatedEndpointId(model::Flow::Capture, i);
+    };
+    using model::ConnectorType;
+    model::MachineBuilder b("ranking");
+    b.adapter("HDAUDIO\\FUNC_01&VEN_10EC&DEV_0888\\1", "Codec");
+    b.endpoint(model::Flow::Render, "Speakers", model::Speakers).endpointDevice();
+    b.endpoint(model::Flow::Render, "Headphones", model::Headphones).endpointDevice();
+    b.endpoint(model::Flow::Render, "S/PDIF", model::SPDIF).endpointDevice();
+    b.endpoint(model::Flow::Render, "Line Out", model::LineLevel).endpointDevice();
+    b.endpoint(model::Flow::Capture, "Microphone", model::Microphone).endpointDevice();
+    b.endpoint(model::Flow::Capture, "Line In", model::LineLevel).endpointDevice();
+    b.endpoint(model::Flow::Capture, "Microphone Array", model::Microphone).endpointDevice();
+    b.device("filter")
+        .connector("Speaker", KSNODETYPE_SPEAKER, ConnectorType::PhysicalInternal, 1)
+        .jack(jackAt(kIntegrated))
+        .connector("Headphone", KSNODETYPE_HEADPHONES, ConnectorType::PhysicalExternal, 1)
+        .jack(jackAt(kIntegrated)) // a jack without presence detection
+        .connector("SPDIF", KSNODETYPE_SPDIF_INTERFACE, ConnectorType::PhysicalExternal, 1)
+        .jack(jackAt(kJack))
+        .connector("Line Out", KSNODETYPE_LINE_CONNECTOR, ConnectorType::PhysicalExternal, 1)
+        .jack(jackAt(kJack))
+        .connector("Mic", KSNODETYPE_MICROPHONE, ConnectorType::PhysicalExternal, 0)
+        .jack(jackAt(kIntegrated))
+        .connector("Line In", KSNODETYPE_LINE_CONNECTOR, ConnectorType::PhysicalExternal, 0)
+        .jack(jackAt(kIntegrated))
+        .connector("Array", KSNODETYPE_MICROPHONE_ARRAY, ConnectorType::PhysicalInternal, 0)
+        .jack(jackAt(kIntegrated));
+    for (std::uint32_t i = 0; i < 4; ++i) {
+        b.connect({render(i), 0}, {"filter", i});
+    }
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        b.connect({capture(4 + i), 0}, {"filter", 4 + i});
+    }
+    b.defaultEndpoint(model::Flow::Render, render(0));
+    b.defaultEndpoint(model::Flow::Capture, capture(5));
+    sim::installMachine(b.build());
+
+    auto defaults = [&](EDataFlow flow) {
+        std::vector<std::string> ids;
+        for (ERole role : {eConsole, eMultimedia, eCommunications}) {
+            CComPtr<IMMDevice> device;
+            HRESULT hr = enumerator->GetDefaultAudioEndpoint(flow, role, &device);
+            ids.push_back(SUCCEEDED(hr) ? narrow(idOf(device)) : "none");
+        }
+        return ids;
+    };
+    auto all = [](const std::string& id) {
+        return std::vector<std::string>(3, id);
+    };
+    ASSERT_TRUE(sim::setEndpointState(render(0), DEVICE_STATE_UNPLUGGED));
+    EXPECT_EQ(all(render(3)), defaults(eRender)) << "a detecting line out before static headphones";
+    ASSERT_TRUE(sim::setEndpointState(render(3), DEVICE_STATE_DISABLED));
+    EXPECT_EQ(all(render(2)), defaults(eRender)) << "a detecting S/PDIF before static headphones";
+    ASSERT_TRUE(sim::setEndpointState(render(2), DEVICE_STATE_DISABLED));
+    EXPECT_EQ(all(render(1)), defaults(eRender));
+    ASSERT_TRUE(sim::setEndpointState(render(0), DEVICE_STATE_ACTIVE));
+    EXPECT_EQ(all(render(0)), defaults(eRender)) << "the user's choice returns";
+
+    ASSERT_TRUE(sim::removeEndpoint(capture(5)));
+    EXPECT_EQ(all(capture(6)), defaults(eCapture)) << "an array before a microphone";
+    ASSERT_TRUE(sim::setEndpointState(capture(6), DEVICE_STATE_DISABLED));
+    EXPECT_EQ(all(capture(4)), defaults(eCapture));
+    ASSERT_TRUE(sim::setEndpointState(capture(4), DEVICE_STATE_NOTPRESENT));
+    EXPECT_EQ(all("none"), defaults(eCapture));
 }
 
 TEST_F(Faults, FailedRegistrationDeliversNothing) {
@@ -289,8 +398,102 @@ TEST_F(Faults, FailedRegistrationDeliversNothing) {
     ASSERT_EQ(S_OK, enumerator->RegisterEndpointNotificationCallback(&client));
     EXPECT_TRUE(sim::setEndpointState(kMicrophone, DEVICE_STATE_ACTIVE));
     sim::waitForNotifications();
-    EXPECT_EQ(1u, client.calls());
+    const std::pair<WString, DWORD> active{wide(kMicrophone), DEVICE_STATE_ACTIVE};
+    EXPECT_EQ(std::vector{active}, client.states());
+    EXPECT_EQ(3u, client.defaults().size()) << "the microphone takes back every capture role";
     EXPECT_EQ(S_OK, enumerator->UnregisterEndpointNotificationCallback(&client));
+}
+
+// Calls into the platform from inside notification callbacks, recording what they answer.
+class ReentrantClient final : public Recorder<IMMNotificationClient> {
+public:
+    explicit ReentrantClient(IMMDeviceEnumerator* enumerator) : m_enumerator(enumerator) {}
+
+    HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR, DWORD) override {
+        HRESULT unregistered = m_enumerator->UnregisterEndpointNotificationCallback(this);
+        HRESULT registered = m_enumerator->RegisterEndpointNotificationCallback(&m_other);
+        std::lock_guard lock(m_mutex);
+        m_threads.push_back(std::this_thread::get_id());
+        m_results.push_back(unregistered);
+        m_results.push_back(registered);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow, ERole, LPCWSTR) override {
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY) override {
+        return S_OK;
+    }
+    std::vector<HRESULT> results() const {
+        std::lock_guard lock(m_mutex);
+        return m_results;
+    }
+
+private:
+    IMMDeviceEnumerator* m_enumerator;
+    DeviceEventRecorder m_other;
+    std::vector<HRESULT> m_results;
+};
+
+class ReentrantVolumeClient final : public Recorder<IAudioEndpointVolumeCallback> {
+public:
+    explicit ReentrantVolumeClient(IAudioEndpointVolume* volume) : m_volume(volume) {}
+
+    HRESULT STDMETHODCALLTYPE OnNotify(PAUDIO_VOLUME_NOTIFICATION_DATA) override {
+        HRESULT unregistered = m_volume->UnregisterControlChangeNotify(this);
+        std::lock_guard lock(m_mutex);
+        m_threads.push_back(std::this_thread::get_id());
+        m_result = unregistered;
+        return S_OK;
+    }
+    HRESULT result() const {
+        std::lock_guard lock(m_mutex);
+        return m_result;
+    }
+
+private:
+    IAudioEndpointVolume* m_volume;
+    HRESULT m_result = S_OK;
+};
+
+// Registering or unregistering from inside a callback deadlocks Windows (the callback
+// interfaces' documented rules forbid it). The platform refuses such a call instead, with
+// E_ILLEGAL_METHOD_CALL, and records it; the client stays registered.
+TEST_F(Faults, RegistrationFromInsideACallbackIsRefused) {
+    sim::takeRefusedCalls();
+    ReentrantClient client(enumerator);
+    ScopedRegistration registration(enumerator, &client);
+    ASSERT_EQ(S_OK, registration.result());
+    EXPECT_TRUE(sim::setEndpointState(kMicrophone, DEVICE_STATE_DISABLED));
+    sim::waitForNotifications();
+    EXPECT_EQ((std::vector<HRESULT>{kIllegalMethodCall, kIllegalMethodCall}), client.results());
+    EXPECT_TRUE(sim::setEndpointState(kMicrophone, DEVICE_STATE_ACTIVE));
+    sim::waitForNotifications();
+    EXPECT_EQ(2u, client.calls()) << "the client stayed registered";
+    EXPECT_EQ(S_OK, registration.end());
+
+    CComPtr<IAudioEndpointVolume> volume;
+    ASSERT_EQ(S_OK, speakers->Activate(IID_IAudioEndpointVolume, CLSCTX_ALL, nullptr,
+                                       reinterpret_cast<void**>(&volume)));
+    ReentrantVolumeClient volumeClient(volume);
+    ASSERT_EQ(S_OK, volume->RegisterControlChangeNotify(&volumeClient));
+    EXPECT_EQ(S_OK, volume->SetMute(TRUE, nullptr));
+    sim::waitForNotifications();
+    EXPECT_EQ(kIllegalMethodCall, volumeClient.result());
+    EXPECT_EQ(S_OK, volume->UnregisterControlChangeNotify(&volumeClient));
+
+    std::vector<std::string> refused;
+    for (const sim::RefusedCall& call : sim::takeRefusedCalls()) {
+        EXPECT_EQ(kIllegalMethodCall, call.result);
+        refused.push_back(call.operation);
+    }
+    const std::vector<std::string> expected = {
+        "UnregisterEndpointNotificationCallback", "RegisterEndpointNotificationCallback",
+        "UnregisterEndpointNotificationCallback", "RegisterEndpointNotificationCallback",
+        "UnregisterControlChangeNotify"};
+    EXPECT_EQ(expected, refused);
 }
 
 TEST_F(Faults, PropertyOverridesReadAsWritten) {
