@@ -35,8 +35,7 @@ public:
 private:
     void initialize();
     unsigned int storePartsList(IPartsList* partlist, qel::Array<AudioPart>& parts);
-    static unsigned int replaceList(qel::Array<AudioPart>&& listed, qel::Array<AudioPart>& cache,
-                                    qel::Array<AudioPart>& parts);
+    static unsigned int copyOut(const qel::Array<AudioPart>& cache, qel::Array<AudioPart>& parts);
 
     CComPtr<IPart> m_part;
     GUID m_subType;

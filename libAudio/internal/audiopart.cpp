@@ -80,11 +80,11 @@ unsigned int AudioPart::incomingPartsList(qel::Array<AudioPart>& parts) {
     CComPtr<IPartsList> list;
     if (!m_part || FAILED(m_part->EnumPartsIncoming(&list)) || !list) {
         QEL_ERROR("Unable to enumerate incoming parts");
-        return replaceList(qel::Array<AudioPart>(), m_incoming, parts);
+        m_incoming.clear();
+    } else {
+        storePartsList(list, m_incoming);
     }
-    qel::Array<AudioPart> listed;
-    storePartsList(list, listed);
-    return replaceList(std::move(listed), m_incoming, parts);
+    return copyOut(m_incoming, parts);
 }
 
 unsigned int AudioPart::outgoingPartsList(qel::Array<AudioPart>& parts) {
@@ -92,22 +92,19 @@ unsigned int AudioPart::outgoingPartsList(qel::Array<AudioPart>& parts) {
     CComPtr<IPartsList> list;
     if (!m_part || FAILED(m_part->EnumPartsOutgoing(&list)) || !list) {
         QEL_ERROR("Unable to enumerate outgoing parts");
-        return replaceList(qel::Array<AudioPart>(), m_outgoing, parts);
+        m_outgoing.clear();
+    } else {
+        storePartsList(list, m_outgoing);
     }
-    qel::Array<AudioPart> listed;
-    storePartsList(list, listed);
-    return replaceList(std::move(listed), m_outgoing, parts);
+    return copyOut(m_outgoing, parts);
 }
 
-// Stores a fresh neighbour list in the cache and the caller's array. The caller's array
-// is written last: it may hold this very part (parts[0].outgoingPartsList(parts)), which
-// the assignment destroys.
-unsigned int AudioPart::replaceList(qel::Array<AudioPart>&& listed, qel::Array<AudioPart>& cache,
-                                    qel::Array<AudioPart>& parts) {
-    const unsigned int count = listed.size();
-    cache = listed;
-    parts = std::move(listed);
-    return count;
+// The caller's array is written last and from a copy: it may hold this very part
+// (parts[0].outgoingPartsList(parts)), which the assignment destroys.
+unsigned int AudioPart::copyOut(const qel::Array<AudioPart>& cache, qel::Array<AudioPart>& parts) {
+    qel::Array<AudioPart> copy = cache;
+    parts = std::move(copy);
+    return parts.size();
 }
 
 unsigned int AudioPart::storePartsList(IPartsList* partlist, qel::Array<AudioPart>& parts) {
