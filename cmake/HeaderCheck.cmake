@@ -33,12 +33,12 @@ endif()
 # The Windows signatures are checked with the cross compiler too, when there is one: only
 # there is unsigned long a 32-bit type distinct from the one std::uint32_t names.
 if(BUILD_TESTING AND NOT LIBAUDIO_WINDOWS)
-    find_program(LIBAUDIO_MINGW_CXX x86_64-w64-mingw32-g++)
-    if(LIBAUDIO_MINGW_CXX)
+    find_program(LIBAUDIO_MINGW_POSIX_CXX x86_64-w64-mingw32-g++-posix)
+    if(LIBAUDIO_MINGW_POSIX_CXX)
         add_test(NAME headers.WindowsSignatures
-            COMMAND ${LIBAUDIO_MINGW_CXX} -std=c++20 -fsyntax-only -Wall -Wextra -Werror
+            COMMAND ${LIBAUDIO_MINGW_POSIX_CXX} -std=c++20 -fsyntax-only -Wall -Wextra -Werror
                 -I${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests/headers/WindowsSignatures.cpp)
     else()
-        message(STATUS "x86_64-w64-mingw32-g++ not found: Windows signatures not checked")
+        message(STATUS "x86_64-w64-mingw32-g++-posix not found: Windows signatures not checked")
     endif()
 endif()

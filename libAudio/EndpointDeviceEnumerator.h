@@ -70,8 +70,6 @@ typedef qel::CopiedResource<qel::PointerStorage<AudioDeviceEnumerator, 0, 3>>
 typedef qel::SharedResource<qel::PointerStorage<AudioDeviceEnumerator, 0, 3>, 0>
     OwnedAudioDeviceEnumerator;
 
-LIBAUDIO_API OwnedAudioDeviceEnumerator enumerator();
-
 // Owns the platform enumerator and the notification clients registered through it.
 class LIBAUDIO_API AudioDeviceEnumerator {
 public:
@@ -93,6 +91,9 @@ private:
     qel::Array<CComPtr<IMMNotificationClient>> m_clients;
     COMInitializer m_com;
 };
+
+// Declared after the class: GCC drops the import attribute of a friend that redeclares it.
+LIBAUDIO_API OwnedAudioDeviceEnumerator enumerator();
 
 class LIBAUDIO_API AudioDeviceEnumeratorFactory {
 public:

@@ -143,7 +143,7 @@ unsigned int AudioDevice::jackInfo(qel::Array<KSJACK_DESCRIPTION>& jacks) const 
     jacks.clear();
     const CComPtr<IDeviceTopology>& topology = m_topology.topology();
     if (!topology) {
-        QEL_ERROR("Audio device has no topology");
+        QEL_DEBUG("Audio device has no topology");
         return 0;
     }
     CComPtr<IConnector> connector;

@@ -264,8 +264,11 @@ TEST_F(AudioDeviceTest, JackInfoSkipsConnectorsThatLeadNowhere) {
     EXPECT_TRUE(jackColors(line).empty());
     EXPECT_TRUE(logged(log, kEndpointLog, kDebug, "No jack info. Can't find IPart"));
 
+    log.clear();
     EXPECT_TRUE(jackColors(device(kSpeakersUpper)).empty());
-    EXPECT_TRUE(logged(log, kEndpointLog, kError, "Audio device has no topology"));
+    // A jack and connector detail, not a failure.
+    EXPECT_TRUE(logged(log, kEndpointLog, kDebug, "Audio device has no topology"));
+    EXPECT_TRUE(messages(log, kEndpointLog, kError).empty());
 }
 
 TEST_F(AudioDeviceTest, EqualityIgnoresCaseButTheDefaultTestAndLegacySearchDoNot) {
@@ -406,6 +409,100 @@ TEST_F(AudioDeviceTest, PropertyLogNamesAnEmptyEnumeratorAC97) {
     EXPECT_EQ(countOf(log, kEndpointLog, kInfo, "Enumerator name HDAUDIO"), 1);
     EXPECT_EQ(countOf(log, kEndpointLog, kInfo, "Device does not  support event-driven mode."), 1);
     EXPECT_EQ(countOf(log, kEndpointLog, kInfo, "Device  support event-driven mode."), 1);
+}
+
+TEST_F(AudioDeviceTest, PropertyLogListsTheRecordInOrder) {
+    overrideProperty(kSpeakers, PKEY_AudioEndpoint_PhysicalSpeakers, numberValue(0x63F));
+    overrideProperty(kSpeakers, PKEY_AudioEndpoint_GUID,
+                     textValue("{0A0B0C0D-1111-2222-3333-444455556666}"));
+    AudioDevice d = device(kSpeakers);
+    log.clear();
+    d.deviceProperty().logPropertyInfo();
+    EXPECT_EQ(messages(log, kEndpointLog, kInfo),
+              (std::vector<std::string>{
+                  "Friendly Name Codec", "Endpoint Type Speakers", "State is 1",
+                  "Device ID " + kSpeakers, "Device Instance Path {1}." + kAdapter,
+                  "Driver Node Strong Name oem7.inf:codec", "Physical Speaker Config 0x0000063F",
+                  "Enumerator name HDAUDIO", "Device  support event-driven mode.",
+                  "Node GUID {DFF21CE1-F70F-11D0-B917-00A0C9223196}",
+                  "Direct Sound GUID {0A0B0C0D-1111-2222-3333-444455556666}"}));
+}
+
+// Reset re-reads the properties and builds a new volume controller, even when the reading
+// fails; the controller is named after the type read last.
+TEST_F(AudioDeviceTest, ResetRereadsAndRebuildsTheVolumeControl) {
+    AudioDevice d = device(kSpeakers);
+    VolumeControllerHandle first = d.volumeControl();
+    overrideProperty(kSpeakers, PKEY_Device_DeviceDesc, textValue("Lautsprecher"));
+    EXPECT_TRUE(d.reset());
+    EXPECT_EQ(utf8(d.deviceProperty().endpointType), "Lautsprecher");
+    VolumeControllerHandle second = d.volumeControl();
+    ASSERT_FALSE(second.isEmpty());
+    EXPECT_NE(second.get(), first.get());
+    EXPECT_EQ(utf8(second->ownerName()), "Lautsprecher");
+    EXPECT_EQ(second->ownerType(), KSNODETYPE_SPEAKER);
+    EXPECT_EQ(second->numChannel(), 2u);
+
+    overrideProperty(kSpeakers, PKEY_Device_DeviceDesc, textValue("Speakers"));
+    fault("OpenPropertyStore", kSpeakers);
+    log.clear();
+    EXPECT_FALSE(d.reset());
+    EXPECT_TRUE(logged(log, kEndpointLog, kInfo, "OpenPropertyStore returns " + hex(kFail)));
+    EXPECT_EQ(utf8(d.deviceProperty().endpointType), "Lautsprecher");
+    ASSERT_FALSE(d.volumeControl().isEmpty());
+    EXPECT_NE(d.volumeControl().get(), second.get());
+    EXPECT_EQ(d.volumeControl()->numChannel(), 2u);
+
+    EXPECT_FALSE(AudioDevice().reset()); // nothing to read
+}
+
+std::string formatText(const WAVEFORMATEX& f) {
+    return std::to_string(f.nChannels) + "ch " + std::to_string(f.wBitsPerSample) + "bit " +
+           std::to_string(f.nSamplesPerSec);
+}
+
+// Channels, then bits, then rates, each ascending; only exactly S_OK counts, so the shared
+// engine's S_FALSE with its closest match lists nothing.
+TEST_F(AudioDeviceTest, CompatibleFormatsAreTheCandidatesTheClientTakesExactly) {
+    sim::withMachine([](model::Machine& m) {
+        model::StreamTraits& traits = m.findEndpoint(kSpeakers)->stream;
+        traits.rates = {96000, 44100};
+        traits.bits = {24, 16};
+        traits.channels = {2, 1};
+    });
+    AudioDevice d = device(kSpeakers);
+    qel::Array<WAVEFORMATEX> formats;
+    formats.append(WAVEFORMATEX{}); // emptied first
+    EXPECT_EQ(d.compatibleFormats(formats, AUDCLNT_SHAREMODE_EXCLUSIVE), 8u);
+    std::vector<std::string> listed;
+    for (const WAVEFORMATEX& f : formats) {
+        listed.push_back(formatText(f));
+        EXPECT_EQ(f.wFormatTag, WAVE_FORMAT_PCM);
+        EXPECT_EQ(f.cbSize, 0);
+        EXPECT_EQ(f.nBlockAlign, f.nChannels * f.wBitsPerSample / 8);
+        EXPECT_EQ(f.nAvgBytesPerSec, f.nBlockAlign * f.nSamplesPerSec);
+    }
+    const std::vector<std::string> all = {"1ch 16bit 44100", "1ch 16bit 96000", "1ch 24bit 44100",
+                                          "1ch 24bit 96000", "2ch 16bit 44100", "2ch 16bit 96000",
+                                          "2ch 24bit 44100", "2ch 24bit 96000"};
+    EXPECT_EQ(listed, all);
+    std::vector<std::string> logLines;
+    for (const std::string& text : messages(log, "libAudio.pcmsupport", kDebug)) {
+        if (text.rfind("Waveformatex : ", 0) == 0) {
+            logLines.push_back(text);
+        }
+    }
+    ASSERT_EQ(logLines.size(), 8u);
+    EXPECT_EQ(logLines.front(), "Waveformatex : 1 chan 16 bits 44100Hz");
+    EXPECT_EQ(logLines.back(), "Waveformatex : 2 chan 24 bits 96000Hz");
+
+    // The first candidate, 1 channel 16 bits 44.1 kHz, answered S_FALSE.
+    fault("IsFormatSupported", kSpeakers, {S_FALSE});
+    EXPECT_EQ(d.compatibleFormats(formats, AUDCLNT_SHAREMODE_EXCLUSIVE), 7u);
+    EXPECT_EQ(formatText(formats[0]), "1ch 16bit 96000");
+
+    EXPECT_EQ(d.compatibleFormats(formats, AUDCLNT_SHAREMODE_SHARED), 0u);
+    EXPECT_EQ(formats.size(), 0u);
 }
 
 // Only this test makes the process-wide enumerator reach the platform, so its first step

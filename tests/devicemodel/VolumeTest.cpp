@@ -67,6 +67,8 @@ protected:
         sim::installMachine(volumeMachine());
         sim::takePostedMessages();
     }
+    // Changes still on their way would reach the callbacks of the next test.
+    void TearDown() override { sim::waitForNotifications(); }
     LogCapture log;
 };
 
@@ -150,6 +152,109 @@ TEST_F(VolumeTest, SecondNotificationReplacesTheFirst) {
     EXPECT_EQ(messages(log, kVolumeLog, kError),
               std::vector<std::string>{"Unable to register control change notification " +
                                        std::to_string(long(kFail))});
+}
+
+// Mute changes that reached the notification's callback.
+struct MuteProbe {
+    std::atomic<int> calls{0};
+    CComPtr<VolumeChangeNotification> notification;
+    MuteProbe() {
+        notification.Attach(new VolumeChangeNotification);
+        notification->setCallbackFunction(countCall, &calls);
+    }
+    // Toggles the endpoint's mute through c and says whether the notification heard it.
+    bool hears(EndpointController& c) {
+        int before = calls;
+        EXPECT_TRUE(c.setMute(!c.isMuted()));
+        sim::waitForNotifications();
+        return calls > before;
+    }
+};
+
+TEST_F(VolumeTest, EndpointCopyRegistersItsOwnNotificationAndUnregistersItWhenDestroyed) {
+    MuteProbe probe;
+    EndpointController original = endpointController();
+    {
+        EndpointController copy(original);
+        EXPECT_TRUE(copy.registerVolumeChangeNotification(probe.notification));
+        EXPECT_EQ(probe.notification.referenceCount(), 3u); // ours, the copy's, the platform's
+        EXPECT_TRUE(probe.hears(original));
+    }
+    EXPECT_EQ(probe.notification.referenceCount(), 1u);
+    EXPECT_FALSE(probe.hears(original));
+    {
+        EndpointController assigned{EndpointVolumeController{}};
+        assigned = original;
+        EXPECT_TRUE(assigned.registerVolumeChangeNotification(probe.notification));
+        EXPECT_TRUE(probe.hears(original));
+    }
+    EXPECT_EQ(probe.notification.referenceCount(), 1u);
+    EXPECT_FALSE(probe.hears(original));
+}
+
+// A copy shares its original's notification, and the end of any copy unregisters it.
+TEST_F(VolumeTest, CopiesShareTheNotificationAndEachOneEndingUnregistersIt) {
+    MuteProbe probe;
+    EndpointController original = endpointController();
+    ASSERT_TRUE(original.registerVolumeChangeNotification(probe.notification));
+    {
+        EndpointController copy(original);
+        EXPECT_EQ(probe.notification.referenceCount(), 4u);
+    }
+    EXPECT_EQ(probe.notification.referenceCount(), 2u);
+    EXPECT_FALSE(probe.hears(original));
+
+    ASSERT_TRUE(original.registerVolumeChangeNotification(probe.notification));
+    {
+        EndpointController assigned{EndpointVolumeController{}};
+        assigned = original;
+        EXPECT_TRUE(probe.hears(assigned));
+    }
+    EXPECT_FALSE(probe.hears(original));
+}
+
+TEST_F(VolumeTest, NotificationCopiesCarryTheReferenceCountAndTheTargets) {
+    std::atomic<int> calls{0};
+    VolumeChangeNotification source;
+    source.setCallbackFunction(countCall, &calls);
+    source.setCallbackWindow(reinterpret_cast<HWND>(0x77));
+    source.AddRef();
+    source.AddRef();
+    VolumeChangeNotification copy(source);
+    VolumeChangeNotification assigned;
+    assigned = source;
+    EXPECT_EQ(copy.AddRef(), 4u);
+    EXPECT_EQ(assigned.AddRef(), 4u);
+    EXPECT_EQ(source.AddRef(), 4u); // copying left the source's own count alone
+    EXPECT_EQ(copy.OnNotify(nullptr), S_OK);
+    EXPECT_EQ(assigned.OnNotify(nullptr), S_OK);
+    EXPECT_EQ(calls, 2);
+    std::vector<sim::PostedMessage> posted = sim::takePostedMessages();
+    ASSERT_EQ(posted.size(), 2u);
+    for (const sim::PostedMessage& m : posted) {
+        EXPECT_EQ(m.window, reinterpret_cast<HWND>(0x77));
+    }
+}
+
+// The master level is the loudest channel's; setting it moves every channel alike.
+TEST_F(VolumeTest, EndpointChannelsAndMasterLevelAreTheLiveEndpoints) {
+    sim::withMachine([](model::Machine& m) {
+        model::VolumeControl& v = m.findEndpoint(kEndpoint)->volume;
+        v.levelsDb = {-30.0f, -9.0f, -19.5f};
+        v.scalars.clear();
+    });
+    EndpointController c = endpointController();
+    auto levels = [&c] {
+        return std::make_tuple(c.volumeLevelDecibel(0), c.volumeLevelDecibel(1),
+                               c.volumeLevelDecibel(2));
+    };
+    EXPECT_EQ(c.numChannel(), 3u);
+    EXPECT_EQ(c.masterVolumeLevelDecibel(), -9.0f);
+    EXPECT_TRUE(c.setMasterVolumeLevelDecibel(-15.0f));
+    EXPECT_EQ(c.masterVolumeLevelDecibel(), -15.0f);
+    EXPECT_EQ(levels(), std::make_tuple(-36.0f, -15.0f, -25.5f));
+    EXPECT_FALSE(c.setMasterVolumeLevelDecibel(6.0f)); // above the range: refused
+    EXPECT_EQ(levels(), std::make_tuple(-36.0f, -15.0f, -25.5f));
 }
 
 TEST_F(VolumeTest, RegularPercentsFollowTheRangeWithTheMasterShiftedByHalf) {

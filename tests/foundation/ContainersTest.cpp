@@ -1,6 +1,8 @@
+#include "foundation/qelArray.h"
 #include "foundation/qelBuffer.h"
 #include "foundation/qelHashTable.h"
 #include "foundation/qelSharedResource.h"
+#include "foundation/qelValue.h"
 
 #include <gtest/gtest.h>
 
@@ -65,6 +67,98 @@ TEST(SharedResource, LockedHandleSurvivesConcurrentCopies) {
     EXPECT_EQ(destroyed, 0);
     shared.reset();
     EXPECT_EQ(destroyed, 1);
+}
+
+// A plain holder: copies share the value without a count, and no copy ever releases it,
+// whatever the storage would have a counted handle do.
+TEST(CopiedResource, CopiesHoldTheValueAndNeverReleaseIt) {
+    std::atomic<int> destroyed{0};
+    Tracked* object = new Tracked(destroyed);
+    using Owning = qel::CopiedResource<qel::PointerStorage<Tracked, 0, 3>>;
+    using Observer = qel::CopiedResource<qel::PointerStorage<Tracked, 3, 2>>;
+    {
+        Owning held(object);
+        Owning copy(held), assigned;
+        EXPECT_TRUE(assigned.isEmpty());
+        assigned = copy;
+        ASSERT_EQ(assigned.get(), object);
+        EXPECT_FALSE(assigned.isEmpty());
+        EXPECT_EQ(&assigned->destroyed, &destroyed);
+        EXPECT_TRUE(assigned == held);
+        EXPECT_FALSE(assigned == Owning());
+    }
+    EXPECT_EQ(destroyed, 0);
+    // Observer lists hold them in arrays; dropping an entry leaves its object alone.
+    qel::Array<Observer> observers;
+    observers.append(Observer());
+    observers.append(Observer(object));
+    EXPECT_TRUE(observers.contains(Observer(object)));
+    observers.removeAt(1);
+    EXPECT_FALSE(observers.contains(Observer(object)));
+    observers.clear();
+    EXPECT_EQ(destroyed, 0);
+    delete object;
+    EXPECT_EQ(destroyed, 1);
+}
+
+std::vector<unsigned int> arrayOf(const QELValue& value) {
+    qel::Array<unsigned int> out;
+    out.append(0xDEADu); // left alone when the value holds no array
+    value.get(out);
+    return std::vector<unsigned int>(out.begin(), out.end());
+}
+
+TEST(QELValue, HoldsOneKindAndAnswersOnlyForIt) {
+    qel::Array<unsigned int> levels;
+    for (unsigned int level : {0x1Fu, 0xA0u, 0u}) {
+        levels.append(level);
+    }
+    struct Case {
+        const char* name;
+        QELValue value;
+        bool isArray;
+        std::vector<unsigned int> array;
+        bool hasBool, boolean;
+        std::string hex, prefixed;
+    };
+    const Case cases[] = {
+        {"none", QELValue(), false, {0xDEAD}, false, false, "", ""},
+        {"int", QELValue(-2), false, {0xDEAD}, false, false, "FFFFFFFE", "0xFFFFFFFE"},
+        {"unsigned", QELValue(0xABCu), false, {0xDEAD}, false, false, "ABC", "0xABC"},
+        {"true", QELValue(true), false, {0xDEAD}, true, true, "1", "0x1"},
+        {"false", QELValue(false), false, {0xDEAD}, true, false, "0", "0x0"},
+        {"array",
+         QELValue(levels),
+         true,
+         {0x1F, 0xA0, 0},
+         false,
+         false,
+         "1F,A0,0",
+         "0x1F,0xA0,0x0"},
+        {"empty array", QELValue(qel::Array<unsigned int>()), true, {}, false, false, "", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.value.isArray(), c.isArray);
+        EXPECT_EQ(arrayOf(c.value), c.array);
+        bool flag = !c.boolean; // changed only by a bool value
+        EXPECT_EQ(c.value.get(flag), c.hasBool);
+        EXPECT_EQ(flag, c.hasBool ? c.boolean : !c.boolean);
+        EXPECT_EQ(c.value.toHexString(false).toStdString(), c.hex);
+        EXPECT_EQ(c.value.toHexString(true).toStdString(), c.prefixed);
+        QELValue copy(c.value), assigned(7);
+        assigned = c.value;
+        EXPECT_FALSE(copy != c.value);
+        EXPECT_FALSE(assigned != c.value);
+    }
+    // Copies are values: changing the source array later changes neither.
+    QELValue held(levels);
+    levels.append(5u);
+    EXPECT_EQ(arrayOf(held), (std::vector<unsigned int>{0x1F, 0xA0, 0}));
+    EXPECT_TRUE(held != QELValue(levels));
+    EXPECT_TRUE(QELValue(3) != QELValue(4));
+    EXPECT_TRUE(QELValue(true) != QELValue(false));
+    EXPECT_FALSE(QELValue() != QELValue());
 }
 
 using Bytes = qel::Buffer<unsigned char>;

@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -53,6 +55,53 @@ TEST(ManagedThread, ReportsExitCodesAfterJoin) {
     qel::ManagedThread selfJoin([](qel::ManagedThread& self) { return self.join() ? 1 : 2; });
     ASSERT_TRUE(selfJoin.run("self") && selfJoin.join() && selfJoin.getExitCode(&code));
     EXPECT_EQ(code, 2);
+}
+
+// On virtual time the platform's clock moves only while someone sleeps, by what they slept.
+TEST(Stopwatch, CountsTheMillisecondsSinceItsConstruction) {
+    struct VirtualTime {
+        VirtualTime() { sim::setClockMode(sim::ClockMode::Virtual); }
+        ~VirtualTime() { sim::setClockMode(sim::ClockMode::Real); }
+    } virtualTime;
+    qel::Stopwatch watch;
+    EXPECT_EQ(watch.getElapsedMilliseconds(), 0u);
+    qel::System::mssleep(250);
+    EXPECT_EQ(watch.getElapsedMilliseconds(), 250u);
+    qel::Stopwatch later;
+    qel::System::mssleep(1500);
+    EXPECT_EQ(watch.getElapsedMilliseconds(), 1750u);
+    EXPECT_EQ(later.getElapsedMilliseconds(), 1500u);
+}
+
+TEST(System, FopenReportsTheErrorOfAFailedOpenOnly) {
+    const std::filesystem::path dir =
+        std::filesystem::temp_directory_path() / ("libaudio-fopen-" + std::to_string(getpid()));
+    std::filesystem::create_directories(dir);
+    auto open = [](const std::filesystem::path& path, const char* mode, DWORD* error) {
+        return qel::System::fopen(qel::String(path.string().c_str()), qel::String(mode), error);
+    };
+    const DWORD untouched = 0xC0FFEE;
+    const struct {
+        std::filesystem::path path;
+        const char* mode;
+        DWORD error;
+    } failures[] = {{dir / "missing.wav", "rb", ENOENT},
+                    {dir / "no" / "such" / "dir.wav", "wb", ENOENT},
+                    {dir, "wb", EISDIR}};
+    for (const auto& f : failures) {
+        SCOPED_TRACE(f.path.string());
+        DWORD error = untouched;
+        EXPECT_EQ(open(f.path, f.mode, &error), nullptr);
+        EXPECT_EQ(error, f.error);
+        EXPECT_EQ(open(f.path, f.mode, nullptr), nullptr); // the error is optional
+    }
+    DWORD error = untouched;
+    std::FILE* file = open(dir / "t\xC3\xB6n.wav", "wb", &error); // UTF-8 name
+    ASSERT_NE(file, nullptr);
+    std::fclose(file);
+    EXPECT_EQ(error, untouched);
+    EXPECT_TRUE(std::filesystem::exists(dir / "t\xC3\xB6n.wav"));
+    std::filesystem::remove_all(dir);
 }
 
 TEST(Settings, LookupIgnoresCaseAndLeavesValueAloneWhenMissing) {
