@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """audiodiag shows a bundled machine truthfully: every endpoint of the description, with
-its flow, state, type, adapter, form factor, volume, jacks and default role, and nothing
-else. Usage: endpoints_match_machine.py AUDIODIAG MACHINES_DIR NAME"""
+its flow, state, type, adapter, form factor, volume, jacks (with their values' names) and
+default role, and nothing else, with nothing on stderr.
+Usage: endpoints_match_machine.py AUDIODIAG MACHINES_DIR NAME"""
 import json
+import os
 import subprocess
 import sys
 
@@ -10,14 +12,20 @@ audiodiag, machines, name = sys.argv[1:4]
 description = json.load(open(f"{machines}/{name}.json"))
 
 
-def run(*args):
-    out = subprocess.run([audiodiag, "--machine", name, "--json", *args], check=True,
-                         capture_output=True, text=True).stdout
-    return json.loads(out)
-
-
 def fail(message):
     sys.exit(f"FAIL ({name}): {message}")
+
+
+# As a user runs it: the library's log as audiodiag handles it.
+environment = {k: v for k, v in os.environ.items() if k not in ("LIBAUDIO_LOG", "LIBAUDIO_MACHINE")}
+
+
+def run(*args):
+    done = subprocess.run([audiodiag, "--machine", name, "--json", *args], check=True,
+                          capture_output=True, text=True, env=environment)
+    if done.stderr:
+        fail(f"{' '.join(args)} succeeded with this on stderr: {done.stderr}")
+    return json.loads(done.stdout)
 
 
 adapters = {a["instance_id"]: a for a in description.get("adapters", [])}
@@ -44,12 +52,27 @@ def partner_jacks(endpoint):
     """The jacks on the adapter pin that the endpoint's own connector is wired to."""
     own = devices.get(endpoint.get("topology_device", endpoint["id"]))
     if not own or not own.get("connectors"):
-        return 0
+        return []
     wire = own["connectors"][0].get("connected_to")
     if not wire:
-        return 0
+        return []
     pin = devices[wire["device"]]["connectors"][wire["connector"]]
-    return len(pin.get("jacks", []))
+    return pin.get("jacks", [])
+
+
+# The jack values the bundled machines leave out, by the names they write.
+JACK_DEFAULTS = {"connection_type": "Unknown", "geo_location": "Rear",
+                 "gen_location": "PrimaryBox", "port_connection": "Jack"}
+
+
+def check_jack_names(key, shown, described):
+    """Each value is shown as a number with the machine format's name beside it."""
+    for field, default in JACK_DEFAULTS.items():
+        value = described.get(field, default)
+        if not isinstance(shown[field], int):
+            fail(f"{key} jack {field}: {shown[field]!r} is no number")
+        if isinstance(value, str) and (shown[f"{field}_name"] or "").lower() != value.lower():
+            fail(f"{key} jack {field}: shown {shown[f'{field}_name']!r}, described {value!r}")
 
 
 for key, endpoint in described.items():
@@ -79,8 +102,11 @@ for key, endpoint in described.items():
         fail(f"{key}: volume range differs")
     if detail["volume"]["muted"] != volume.get("muted", False):
         fail(f"{key}: mute differs")
-    if len(detail["jacks"]) != partner_jacks(endpoint):
-        fail(f"{key}: {len(detail['jacks'])} jacks shown, {partner_jacks(endpoint)} described")
+    jacks = partner_jacks(endpoint)
+    if len(detail["jacks"]) != len(jacks):
+        fail(f"{key}: {len(detail['jacks'])} jacks shown, {len(jacks)} described")
+    for shown, described_jack in zip(detail["jacks"], jacks):
+        check_jack_names(key, shown, described_jack)
     is_default = key == console_default(expected["flow"]) and expected["state"] == "active"
     if detail["default"] != is_default:
         fail(f"{key}: default shown {detail['default']}, described {is_default}")

@@ -1,32 +1,9 @@
 #!/usr/bin/env bash
 # audiodiag play, record and loopback on the default (laptop) machine: the routes of the
-# machine decide what a capture endpoint hears. Exit 0 on success, 1 when the operation or
-# the test fails, 2 on misuse, and a message on stderr for every failure.
-set -uo pipefail
-audiodiag=$1
-dir=$(mktemp -d)
-trap 'rm -rf "$dir"' EXIT
-fail() { echo "FAIL: $*" >&2; exit 1; }
-
-expect() { # expected-code description command...
-    local want=$1 what=$2
-    shift 2
-    "$@" >"$dir/out" 2>"$dir/err"
-    local got=$?
-    [ "$got" = "$want" ] || { cat "$dir/err" >&2; fail "$what: exit $got, expected $want"; }
-    if [ "$want" != 0 ]; then
-        [ -s "$dir/err" ] || fail "$what: no message on stderr"
-    fi
-}
-
-# check description python-expression-over-r: the JSON report in $dir/out must satisfy it.
-check() {
-    python3 - "$dir/out" "$2" <<'PY' || fail "$1: $(cat "$dir/out")"
-import json, sys
-r = json.load(open(sys.argv[1]))
-assert eval(sys.argv[2]), sys.argv[2]
-PY
-}
+# machine decide what a capture endpoint hears. Exit 0 on success with nothing on stderr,
+# 1 when the operation or the test fails, 2 on misuse, and a message on stderr for every
+# failure. Usage: streaming_cli_test.sh AUDIODIAG MACHINES_DIR
+source "$(dirname "$0")/common.sh"
 
 # Endpoint ids by form factor, as the endpoint list reports them.
 expect 0 "endpoints" "$audiodiag" --json endpoints
@@ -40,6 +17,7 @@ PY
 headphones=$(id_of render Headphones) || fail "no headphones"
 headset_mic=$(id_of capture Headset) || fail "no headset microphone"
 hdmi=$(id_of render DigitalAudioDisplayDevice) || fail "no HDMI output"
+speakers_id=$(id_of render Speakers) || fail "no speakers"
 speakers="Speakers (Realtek High Definition Audio)"
 mic_array="Microphone Array (Realtek High Definition Audio)"
 
@@ -109,5 +87,33 @@ check "loopback recording" 'r["blocks"] == 24000'
 
 # A machine without endpoints has nothing to test.
 expect 1 "loopback on an empty machine" "$audiodiag" --machine empty loopback
+
+# An endpoint without a legacy wave device number: its number would be WAVE_MAPPER, the
+# default device. --legacy refuses it before anything streams; the audio client needs no
+# such number.
+nolegacy=$(machine_with nolegacy "m['faults'] = [
+    {'operation': 'waveOutMessage', 'target': '$headphones', 'sticky': True},
+    {'operation': 'waveInMessage', 'target': '$headset_mic', 'sticky': True}]")
+expect 0 "no legacy number" "$audiodiag" --machine "$nolegacy" --json endpoint "$headphones"
+check "no legacy number" 'r["legacy_wave_id"] is None'
+expect 1 "play --legacy without a legacy number" "$audiodiag" --machine "$nolegacy" \
+    play "$headphones" --legacy --seconds 0.2 -vv --log "$dir/play.log"
+has "$dir/err" "play --legacy without a legacy number" "Headphones .* has no legacy wave device"
+lacks "$dir/play.log" "play --legacy without a legacy number" "AudioRendererLegacyWave"
+expect 1 "record --legacy without a legacy number" "$audiodiag" --machine "$nolegacy" \
+    record "$headset_mic" "$dir/nolegacy.wav" --legacy --seconds 0.2 --log "$dir/record.log" -vv
+has "$dir/err" "record --legacy without a legacy number" "Headset Microphone .* has no legacy wave"
+lacks "$dir/record.log" "record --legacy without a legacy number" "AudioCaptureLegacyWave"
+[ ! -e "$dir/nolegacy.wav" ] || fail "record --legacy without a legacy number wrote a file"
+# Either side of a loopback without its number is refused.
+expect 1 "loopback --legacy, the render side without a legacy number" "$audiodiag" \
+    --machine "$nolegacy" loopback --play "$headphones" --legacy --seconds 0.2
+has "$dir/err" "loopback --legacy, render side" "Headphones .* has no legacy wave device"
+expect 1 "loopback --legacy, the capture side without a legacy number" "$audiodiag" \
+    --machine "$nolegacy" loopback --record "$headset_mic" --legacy --seconds 0.2
+has "$dir/err" "loopback --legacy, capture side" "Headset Microphone .* has no legacy wave device"
+expect 0 "the audio client without a legacy number" "$audiodiag" --machine "$nolegacy" --json \
+    loopback --play "$headphones" --record "$headset_mic" --seconds 0.5
+check "the audio client without a legacy number" 'r["result"] == "pass"'
 
 echo "streaming cli: ok"

@@ -5,14 +5,19 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <string>
 
 namespace audiodiag {
 
 // Exit codes: the operation worked, the operation (the test) failed, the command was misused.
 enum ExitCode { EXIT_OK = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
 
+// The options that may stand before or after the command.
 struct GlobalOptions {
     bool json = false;
+    std::string machine;
+    int verbosity = 0;   // -v: the library's information records live; -vv: also its trace
+    std::string logPath; // --log FILE: the library's records go to this file
 };
 
 using Action = std::function<int()>;

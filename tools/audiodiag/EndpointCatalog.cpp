@@ -66,38 +66,45 @@ EndpointCatalog::EndpointCatalog() {
 }
 
 const EndpointEntry* EndpointCatalog::find(const std::string& wanted, std::string& why) const {
-    std::string key = lower(wanted);
-    std::vector<const EndpointEntry*> byPrefix;
-    std::vector<const EndpointEntry*> byName;
+    const std::string key = lower(wanted);
+    if (key.empty()) {
+        why = "an empty endpoint id names no endpoint (audiodiag endpoints lists them)";
+        return nullptr;
+    }
+    // From the most to the least exact; the first kind of match that finds any decides.
+    std::vector<const EndpointEntry*> byName, byIdPrefix, byNamePrefix;
     for (const EndpointEntry& e : m_entries) {
-        std::string id = lower(text(e.device.deviceProperty().deviceId));
+        const std::string id = lower(text(e.device.deviceProperty().deviceId));
         if (id == key) {
             return &e;
         }
-        // The GUID part alone may be abbreviated too: "2c4e" for "{0.0.1.00000000}.{2c4e...}".
-        std::string guidPart = id.substr(std::min(id.find("}.{") + 3, id.size()));
-        if (!key.empty() && (id.rfind(key, 0) == 0 || guidPart.rfind(key, 0) == 0)) {
-            byPrefix.push_back(&e);
-        }
-        if (lower(displayName(e.device)) == key ||
-            lower(text(e.device.deviceProperty().endpointType)) == key) {
+        const std::string name = lower(displayName(e.device));
+        if (name == key || lower(text(e.device.deviceProperty().endpointType)) == key) {
             byName.push_back(&e);
         }
+        // The GUID part alone may be abbreviated too: "2c4e" for "{0.0.1.00000000}.{2c4e...}".
+        const std::string guidPart = id.substr(std::min(id.find("}.{") + 3, id.size()));
+        if (id.starts_with(key) || guidPart.starts_with(key)) {
+            byIdPrefix.push_back(&e);
+        }
+        if (name.starts_with(key)) {
+            byNamePrefix.push_back(&e);
+        }
     }
-    for (const auto* matches : {&byPrefix, &byName}) {
+    for (const auto* matches : {&byName, &byIdPrefix, &byNamePrefix}) {
         if (matches->size() == 1) {
             return matches->front();
         }
+        if (!matches->empty()) {
+            why = "\"" + wanted + "\" could be any of:";
+            for (const EndpointEntry* e : *matches) {
+                why += "\n  " + text(e->device.deviceProperty().deviceId) + "  " +
+                       displayName(e->device);
+            }
+            return nullptr;
+        }
     }
-    const auto& candidates = byPrefix.empty() ? byName : byPrefix;
-    if (candidates.empty()) {
-        why = "no endpoint is \"" + wanted + "\" (audiodiag endpoints lists them)";
-        return nullptr;
-    }
-    why = "\"" + wanted + "\" could be any of:";
-    for (const EndpointEntry* e : candidates) {
-        why += "\n  " + text(e->device.deviceProperty().deviceId) + "  " + displayName(e->device);
-    }
+    why = "no endpoint is \"" + wanted + "\" (audiodiag endpoints lists them)";
     return nullptr;
 }
 

@@ -1,5 +1,6 @@
 // The endpoints of the machine as audiodiag shows them, and the lookup of an endpoint by
-// full id, unique id prefix or name.
+// full id, a unique prefix of the id or of its GUID part, or the name or a unique prefix of
+// it, all ignoring case.
 #pragma once
 
 #include "libAudio/AudioDevice.h"
@@ -21,7 +22,8 @@ class EndpointCatalog {
 public:
     EndpointCatalog(); // enumerates every endpoint of both flows, whatever its state
     const std::vector<EndpointEntry>& entries() const { return m_entries; }
-    // The endpoint the user means, or nothing with the reason in `why`.
+    // The endpoint the user means, or nothing with the reason in `why` (the candidates, one
+    // a line, when the name fits several).
     const EndpointEntry* find(const std::string& wanted, std::string& why) const;
 
 private:

@@ -1,4 +1,5 @@
 #include "EndpointReport.h"
+#include "JackNames.h"
 
 #include "foundation/qelLog.h"
 
@@ -44,13 +45,22 @@ std::string hex(std::uint32_t value, int digits) {
 nlohmann::ordered_json jackReport(const KSJACK_DESCRIPTION& jack) {
     char color[8];
     std::snprintf(color, sizeof color, "#%06X", unsigned(jack.Color & 0xFFFFFF));
-    return {{"channel_mapping", hex(jack.ChannelMapping, 8)},
-            {"color", color},
-            {"connection_type", int(jack.ConnectionType)},
-            {"geo_location", int(jack.GeoLocation)},
-            {"gen_location", int(jack.GenLocation)},
-            {"port_connection", int(jack.PortConnection)},
-            {"is_connected", jack.IsConnected != FALSE}};
+    nlohmann::ordered_json report = {{"channel_mapping", hex(jack.ChannelMapping, 8)},
+                                     {"color", color}};
+    // The number as the platform reports it, and its name beside it (null when unknown).
+    auto named = [&report](const char* key, unsigned int value, const char* name) {
+        report[key] = value;
+        report[std::string(key) + "_name"] =
+            name ? nlohmann::ordered_json(name) : nlohmann::ordered_json(nullptr);
+    };
+    named("connection_type", unsigned(jack.ConnectionType),
+          connectionTypeName(unsigned(jack.ConnectionType)));
+    named("geo_location", unsigned(jack.GeoLocation), geoLocationName(unsigned(jack.GeoLocation)));
+    named("gen_location", unsigned(jack.GenLocation), genLocationName(unsigned(jack.GenLocation)));
+    named("port_connection", unsigned(jack.PortConnection),
+          portConnectionName(unsigned(jack.PortConnection)));
+    report["is_connected"] = jack.IsConnected != FALSE;
+    return report;
 }
 
 nlohmann::ordered_json connectorReport(const AudioComponent<IConnector>& connector) {

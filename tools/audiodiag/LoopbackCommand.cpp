@@ -123,11 +123,12 @@ int loopback(const LoopbackOptions& o, const GlobalOptions& global) {
         code != EXIT_OK) {
         return code;
     }
+    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     StreamEndpoint render, capture;
-    if (int code = openEndpoint(*renderEntry, render); code != EXIT_OK) {
+    if (int code = openEndpoint(*renderEntry, api, render); code != EXIT_OK) {
         return code;
     }
-    if (int code = openEndpoint(*captureEntry, capture); code != EXIT_OK) {
+    if (int code = openEndpoint(*captureEntry, api, capture); code != EXIT_OK) {
         return code;
     }
     const unsigned int renderRate = render.format.Format.nSamplesPerSec;
@@ -145,13 +146,12 @@ int loopback(const LoopbackOptions& o, const GlobalOptions& global) {
         return EXIT_FAILED;
     }
     catchInterrupt();
-    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     Player player(api);
     Recorder recorder(api);
     std::string why;
     // The tone loops for as long as the recording needs; the recording sets the time.
     bool recorded = player.start(render, tone, true, why) &&
-                    recorder.start(capture, recording, why) && recorder.finish(why);
+                    recorder.start(capture, recording, why) && recorder.finish("loopback", why);
     recorder.stop();
     player.stop();
     if (!recorded) {

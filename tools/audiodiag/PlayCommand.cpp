@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "Report.h"
 #include "Streaming.h"
+#include "Terminal.h"
 
 #include "foundation/qelSystem.h"
 #include "libAudio/PCMSupport.h"
@@ -64,8 +65,9 @@ int play(const PlayOptions& o, const GlobalOptions& global) {
     if (int code = resolveEndpoint(catalog, o.endpoint, eRender, entry); code != EXIT_OK) {
         return code;
     }
+    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     StreamEndpoint endpoint;
-    if (int code = openEndpoint(*entry, endpoint); code != EXIT_OK) {
+    if (int code = openEndpoint(*entry, api, endpoint); code != EXIT_OK) {
         return code;
     }
     const WAVEFORMATEX& format = endpoint.format.Format;
@@ -82,7 +84,6 @@ int play(const PlayOptions& o, const GlobalOptions& global) {
         return EXIT_FAILED;
     }
     catchInterrupt();
-    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     Player player(api);
     std::string why;
     // Started first: a simulated clock may move on while this thread is busy.

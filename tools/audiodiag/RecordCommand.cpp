@@ -26,8 +26,9 @@ int record(const RecordOptions& o, const GlobalOptions& global) {
     if (int code = resolveEndpoint(catalog, o.endpoint, eCapture, entry); code != EXIT_OK) {
         return code;
     }
+    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     StreamEndpoint endpoint;
-    if (int code = openEndpoint(*entry, endpoint); code != EXIT_OK) {
+    if (int code = openEndpoint(*entry, api, endpoint); code != EXIT_OK) {
         return code;
     }
     libAudio::StaticPCMBuffer recording;
@@ -36,10 +37,9 @@ int record(const RecordOptions& o, const GlobalOptions& global) {
         return EXIT_FAILED;
     }
     catchInterrupt();
-    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     Recorder recorder(api);
     std::string why;
-    if (!recorder.start(endpoint, recording, why) || !recorder.finish(why)) {
+    if (!recorder.start(endpoint, recording, why) || !recorder.finish("recording", why)) {
         printError(why);
         return EXIT_FAILED;
     }

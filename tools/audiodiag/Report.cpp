@@ -1,4 +1,5 @@
 #include "Report.h"
+#include "Terminal.h"
 
 #include <iostream>
 
@@ -18,8 +19,22 @@ std::string plain(const nlohmann::ordered_json& value) {
     return value.dump();
 }
 
+// A value with a name beside it ("geo_location" and "geo_location_name"): people read the
+// name, and the number only when it has none.
+bool isNameOfSibling(const nlohmann::ordered_json& object, const std::string& key) {
+    const std::string suffix = "_name";
+    return key.size() > suffix.size() && key.ends_with(suffix) &&
+           object.contains(key.substr(0, key.size() - suffix.size()));
+}
+
 void printText(const nlohmann::ordered_json& value, const std::string& indent) {
-    for (const auto& [key, item] : value.items()) {
+    for (const auto& [key, entry] : value.items()) {
+        if (isNameOfSibling(value, key)) {
+            continue;
+        }
+        const auto name = value.find(key + "_name");
+        const nlohmann::ordered_json& item =
+            name != value.end() && name->is_string() ? *name : entry;
         if (item.is_object()) {
             std::cout << indent << key << ":\n";
             printText(item, indent + "  ");
@@ -51,7 +66,7 @@ void printReport(const nlohmann::ordered_json& report, bool json) {
 }
 
 void printError(const std::string& message) {
-    std::cerr << "audiodiag: " << message << "\n";
+    writeErrorLine("audiodiag: " + message);
 }
 
 } // namespace audiodiag

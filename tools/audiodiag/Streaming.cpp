@@ -2,6 +2,7 @@
 
 #include "Commands.h"
 #include "Report.h"
+#include "Terminal.h"
 
 #include "foundation/qelSystem.h"
 #include "libAudio/LegacyWave.h"
@@ -14,13 +15,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-
-#ifdef _WIN32
-#include <io.h>
-#define isatty _isatty
-#else
-#include <unistd.h>
-#endif
 
 namespace audiodiag {
 
@@ -42,6 +36,33 @@ const std::function<bool()> abortWhenInterrupted = [] {
     return interrupted();
 };
 
+// What waveLegacyDeviceID answers for an endpoint without a legacy device. It is also
+// WAVE_MAPPER, which a wave device opens as the default device: never pass it on.
+constexpr unsigned int kNoLegacyDevice = 0xFFFFFFFF;
+
+// The level in dBFS of the loudest channel of the 16-bit blocks in [begin, end) of the
+// buffer, as libAudio::levelDbfs measures a whole buffer.
+double levelOfBlocks(const libAudio::StaticPCMBuffer& buffer, std::uint64_t begin,
+                     std::uint64_t end) {
+    const unsigned int channels = buffer.format().Format.nChannels;
+    const unsigned int align = buffer.format().Format.nBlockAlign;
+    if (end <= begin || channels == 0 || align < channels * 2) {
+        return libAudio::kSilenceDbfs;
+    }
+    double loudest = 0.0;
+    for (unsigned int c = 0; c < channels; ++c) {
+        double squares = 0.0;
+        for (std::uint64_t b = begin; b < end; ++b) {
+            std::int16_t sample;
+            std::memcpy(&sample, buffer.pcmArray().data() + b * align + c * 2, 2);
+            squares += double(sample) * sample;
+        }
+        loudest = std::max(loudest, squares / double(end - begin));
+    }
+    return loudest > 0.0 ? 10.0 * std::log10(loudest / (32768.0 * 32768.0))
+                         : libAudio::kSilenceDbfs;
+}
+
 } // namespace
 
 int resolveEndpoint(const EndpointCatalog& catalog, const std::string& wanted, EDataFlow flow,
@@ -60,7 +81,7 @@ int resolveEndpoint(const EndpointCatalog& catalog, const std::string& wanted, E
     return EXIT_OK;
 }
 
-int openEndpoint(const EndpointEntry& entry, StreamEndpoint& out) {
+int openEndpoint(const EndpointEntry& entry, StreamApi api, StreamEndpoint& out) {
     const AudioDevice::Properties& p = entry.device.deviceProperty();
     if (p.state != DEVICE_STATE_ACTIVE) {
         printError(displayName(entry.device) + " is " + stateName(p.state) +
@@ -70,6 +91,12 @@ int openEndpoint(const EndpointEntry& entry, StreamEndpoint& out) {
     const WAVEFORMATEX& device = p.deviceFormat.Format;
     if (device.nSamplesPerSec == 0 || device.nChannels == 0) {
         printError(displayName(entry.device) + " does not report its device format");
+        return EXIT_FAILED;
+    }
+    if (api == StreamApi::Legacy && entry.device.waveLegacyDeviceID() == kNoLegacyDevice) {
+        printError(displayName(entry.device) +
+                   " has no legacy wave device of its own; --legacy would stream through the "
+                   "default device instead");
         return EXIT_FAILED;
     }
     out.entry = &entry;
@@ -153,10 +180,6 @@ bool Player::start(const StreamEndpoint& endpoint, libAudio::StaticPCMBuffer& to
     // The legacy renderer opens its device in initialize but answers false there until
     // play has handed it the data; a device that cannot play shows as a playback that ends
     // at once.
-    if (m_api == StreamApi::Legacy && endpoint.entry->device.waveLegacyDeviceID() == 0xFFFFFFFF) {
-        why = name + " has no legacy wave device";
-        return false;
-    }
     if (!m_renderer->initialize(endpoint.device, &tone) && m_api == StreamApi::Client) {
         why = "cannot open " + name + " for playback of " + describe(tone.format().Format) +
               " (in use, or the format refused?)";
@@ -210,7 +233,7 @@ bool Recorder::start(const StreamEndpoint& endpoint, libAudio::StaticPCMBuffer& 
     return true;
 }
 
-bool Recorder::finish(std::string& why) {
+bool Recorder::finish(const std::string& label, std::string& why) {
     if (!m_started) {
         why = "no recording is running";
         return false;
@@ -219,7 +242,7 @@ bool Recorder::finish(std::string& why) {
     // Far beyond any device latency: a stream that delivers nothing must not hang us.
     const double limit = 2 * seconds + 5;
     const Deadline deadline(limit);
-    Progress progress("recording", seconds);
+    Progress progress(label, seconds);
     qel::Stopwatch clock;
     bool late = false;
     while (m_capture->isStillRecording() && !interrupted()) {
@@ -227,7 +250,10 @@ bool Recorder::finish(std::string& why) {
             late = true;
             break;
         }
-        progress.update(secondsSince(clock));
+        if (progress.shown()) {
+            const double recorded = recordedSeconds(secondsSince(clock));
+            progress.update(recorded, recentLevel(recorded));
+        }
         qel::System::mssleep(10);
     }
     stop();
@@ -255,6 +281,30 @@ bool Recorder::finish(std::string& why) {
     return true;
 }
 
+double Recorder::recordedSeconds(double elapsed) const {
+    const WAVEFORMATEX& format = m_buffer->format().Format;
+    // The audio client moves the buffer's write marker as packets arrive (read here while
+    // its worker writes, for a display only); the legacy device fills the buffer without
+    // it, so only the time tells how far it is.
+    if (m_api == StreamApi::Client && format.nAvgBytesPerSec > 0) {
+        return double(m_buffer->writeMarker()) / format.nAvgBytesPerSec;
+    }
+    return std::min(elapsed, m_buffer->durationSeconds());
+}
+
+std::optional<double> Recorder::recentLevel(double recorded) const {
+    const WAVEFORMATEX& format = m_buffer->format().Format;
+    // The legacy device hands over what it has with some delay: leave its latest period out.
+    const double end = m_api == StreamApi::Legacy ? recorded - 0.05 : recorded;
+    const double window = 0.1;
+    if (end < window || format.nSamplesPerSec == 0) {
+        return std::nullopt;
+    }
+    const auto last = std::uint64_t(end * format.nSamplesPerSec);
+    const auto first = last - std::uint64_t(window * format.nSamplesPerSec);
+    return levelOfBlocks(*m_buffer, first, std::min<std::uint64_t>(last, m_buffer->numBlocks()));
+}
+
 void Recorder::stop() {
     if (m_started) {
         m_capture->stop();
@@ -277,34 +327,6 @@ Deadline::Deadline(double seconds)
 
 double secondsSince(const qel::Stopwatch& stopwatch) {
     return stopwatch.getElapsedMilliseconds() / 1000.0;
-}
-
-Progress::Progress(std::string what, double seconds)
-    : m_what(std::move(what)), m_seconds(seconds), m_shown(seconds > 1.0 && isatty(2)) {}
-
-Progress::~Progress() {
-    if (m_shown && m_width > 0) {
-        std::fprintf(stderr, "\r%s\r", std::string(m_width, ' ').c_str());
-        std::fflush(stderr);
-    }
-}
-
-void Progress::update(double done) {
-    if (!m_shown) {
-        return;
-    }
-    done = std::clamp(done, 0.0, m_seconds);
-    const int width = 24, filled = int(width * done / m_seconds);
-    char figures[64];
-    std::snprintf(figures, sizeof figures, "] %.1f / %.1f s", done, m_seconds);
-    std::string line =
-        m_what + " [" + std::string(filled, '#') + std::string(width - filled, '.') + figures;
-    if (line != m_last) {
-        std::fprintf(stderr, "\r%s", line.c_str());
-        std::fflush(stderr);
-        m_width = std::max(m_width, line.size());
-        m_last = line;
-    }
 }
 
 nlohmann::ordered_json measureChannels(const libAudio::StaticPCMBuffer& buffer) {

@@ -14,9 +14,14 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace audiodiag {
+
+// Streams through the audio client, or through the legacy wave devices.
+enum class StreamApi { Client, Legacy };
+std::string apiName(StreamApi api);
 
 // An endpoint opened for streaming.
 struct StreamEndpoint {
@@ -30,8 +35,9 @@ struct StreamEndpoint {
 // printed and the exit code returned, EXIT_OK otherwise.
 int resolveEndpoint(const EndpointCatalog& catalog, const std::string& wanted, EDataFlow flow,
                     const EndpointEntry*& out);
-// Opens an endpoint for a stream: it must be active and report its device format.
-int openEndpoint(const EndpointEntry& entry, StreamEndpoint& out);
+// Opens an endpoint for a stream through the api: it must be active, report its device
+// format and, for the legacy api, have a legacy wave device of its own.
+int openEndpoint(const EndpointEntry& entry, StreamApi api, StreamEndpoint& out);
 
 // A tone of the given number of blocks in every channel of the format.
 bool makeTone(const WAVEFORMATEXTENSIBLE& format, double hz, unsigned int amplitude,
@@ -42,10 +48,6 @@ unsigned int loopBlocks(double hz, unsigned int rate);
 // A silent buffer of the format that holds the given seconds.
 bool makeRecordingBuffer(const WAVEFORMATEXTENSIBLE& format, double seconds,
                          libAudio::StaticPCMBuffer& out);
-
-// Streams through the audio client, or through the legacy wave devices.
-enum class StreamApi { Client, Legacy };
-std::string apiName(StreamApi api);
 
 class Player {
 public:
@@ -69,11 +71,16 @@ public:
     ~Recorder();
     // Opens the endpoint and starts filling the buffer; false with why.
     bool start(const StreamEndpoint& endpoint, libAudio::StaticPCMBuffer& buffer, std::string& why);
-    // Waits until the buffer is full, showing progress, and stops; false with why.
-    bool finish(std::string& why);
+    // Waits until the buffer is full, showing progress under the label, and stops; false
+    // with why.
+    bool finish(const std::string& label, std::string& why);
     void stop();
 
 private:
+    // The seconds recorded so far and the level of the latest of them, when known.
+    double recordedSeconds(double elapsed) const;
+    std::optional<double> recentLevel(double recorded) const;
+
     StreamApi m_api;
     std::unique_ptr<libAudio::AudioCapture> m_capture;
     libAudio::StaticPCMBuffer* m_buffer = nullptr;
@@ -97,22 +104,6 @@ public:
 
 private:
     std::chrono::steady_clock::time_point m_end;
-};
-
-// A one-line progress indicator on stderr, shown only when stderr is a terminal and the
-// operation takes more than a second; the line is cleared when the object goes.
-class Progress {
-public:
-    Progress(std::string what, double seconds);
-    ~Progress();
-    void update(double done);
-
-private:
-    std::string m_what;
-    double m_seconds;
-    bool m_shown;
-    std::size_t m_width = 0;
-    std::string m_last;
 };
 
 // level_dbfs, mean, std_dev and frequency_hz of every channel.

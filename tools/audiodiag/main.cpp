@@ -1,15 +1,27 @@
 // audiodiag: what libAudio sees and does, from the command line.
 #include "Commands.h"
+#include "LibraryLog.h"
 #include "Machines.h"
+#include "Report.h"
 
 int main(int argc, char** argv) {
     using namespace audiodiag;
-    CLI::App app{"audiodiag: audio diagnostics on top of libAudio"};
+    CLI::App app{"audiodiag: audio diagnostics on top of libAudio", "audiodiag"};
     app.require_subcommand(1);
+    // The global options below may follow the command too: a command passes the options
+    // it does not know on to here.
+    app.fallthrough();
+    app.footer("The options above may stand before or after the command.");
     GlobalOptions global;
     app.add_flag("--json", global.json, "Machine-readable output");
-    std::string machine;
-    app.add_option("--machine", machine, "Simulated machine: a bundled name or a JSON file");
+    app.add_option("--machine", global.machine, "Simulated machine: a bundled name or a JSON file")
+        ->type_name("NAME|FILE")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    app.add_flag("-v,--verbose", global.verbosity,
+                 "Show libAudio's log on stderr as it is written (-vv: also its trace)");
+    app.add_option("--log", global.logPath, "Write libAudio's log to this file")
+        ->type_name("FILE")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 
     std::vector<std::pair<CLI::App*, Action>> commands;
     CLI::App* tone = app.add_subcommand("tone", "Write a test tone to a WAV file");
@@ -31,19 +43,33 @@ int main(int argc, char** argv) {
     commands.emplace_back(loopback, addLoopbackCommand(*loopback, global));
     CLI::App* machines = app.add_subcommand("machines", "List the bundled simulated machines");
     commands.emplace_back(machines, addMachinesCommand(*machines, global));
+    for (auto& [command, action] : commands) {
+        command->footer("Global options (--json, --machine, -v, --log) may stand anywhere: "
+                        "audiodiag --help lists them.");
+    }
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
     }
-    if (!machine.empty() && !useMachine(machine)) {
+    LibraryLog log;
+    std::string why;
+    if (!log.open(global, why)) {
+        printError(why);
         return EXIT_USAGE;
     }
-    for (auto& [command, action] : commands) {
-        if (command->parsed()) {
-            return action();
+    int code = EXIT_USAGE;
+    if (!global.machine.empty() && !useMachine(global.machine)) {
+        code = EXIT_USAGE;
+    } else {
+        for (auto& [command, action] : commands) {
+            if (command->parsed()) {
+                code = action();
+                break;
+            }
         }
     }
-    return EXIT_USAGE;
+    log.finish(code);
+    return code;
 }
