@@ -56,9 +56,9 @@ private:
     bool takePacket(bool logPositions);
     int drainUntilFull();
     int drainOnEvents();
+    void endWorker();
 
-    std::atomic<bool> m_running{false};
-    std::atomic<bool> m_started{false};
+    // The worker's running and started flags live in m_thread, shared by the copies.
     IMMDevice* m_device = nullptr;
     StaticPCMBuffer* m_pcm = nullptr;
     std::uint32_t m_bufferFrames = 0;

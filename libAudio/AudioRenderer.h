@@ -13,11 +13,46 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 
 namespace libAudio {
 
-typedef qel::SharedResource<qel::PointerStorage<qel::ManagedThread, 0, qel::RELEASE_DELETE>, 1>
-    WorkerThreadHandle;
+// A streaming object's worker thread and the flags its routine watches. Copies of the object
+// share it, so that a stop through any copy reaches the one worker.
+class LIBAUDIO_API StreamWorker {
+public:
+    StreamWorker(qel::ManagedThread::Function routine, void* context);
+    StreamWorker(const StreamWorker&) = delete;
+    StreamWorker& operator=(const StreamWorker&) = delete;
+
+    qel::ManagedThread& thread() { return m_thread; }
+    const qel::ManagedThread& thread() const { return m_thread; }
+    // Waits for the thread to end. Copies stopping it from two threads wait for it one after
+    // the other, so that its handle is closed once.
+    void join();
+    // Held by whoever stops the device, so that the caller and the worker never stop it at
+    // the same time.
+    std::mutex& deviceLock() { return m_deviceLock; }
+
+    std::atomic<bool> running{false};       // the client classes' worker goes on while set
+    std::atomic<bool> started{false};       // set once the client has started
+    std::atomic<bool> stopRequested{false}; // the legacy classes' stop flag
+
+private:
+    qel::ManagedThread m_thread;
+    std::mutex m_joining;
+    std::mutex m_deviceLock;
+};
+
+// Workers come from the platform's task allocator, so that a system out of resources fails
+// their creation as it would fail a thread's.
+struct LIBAUDIO_API StreamWorkerStorage {
+    typedef StreamWorker* value_type;
+    static value_type empty() { return nullptr; }
+    static void release(value_type worker);
+};
+
+typedef qel::SharedResource<StreamWorkerStorage, 1> WorkerThreadHandle;
 
 class LIBAUDIO_API AudioRenderer {
 public:
@@ -67,10 +102,10 @@ private:
     int feedOnEvents();
     int drainAndStop();
     void closeEvent();
+    void endWorker();
 
     bool m_initialized = false;
-    std::atomic<bool> m_running{false};
-    std::atomic<bool> m_started{false};
+    // The worker's running and started flags live in m_thread, shared by the copies.
     IMMDevice* m_device = nullptr;
     StaticPCMBuffer* m_pcm = nullptr;
     std::uint32_t m_bufferFrames = 0;

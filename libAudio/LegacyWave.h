@@ -1,5 +1,10 @@
 // The renderer and capture interfaces over the legacy waveform-audio devices: the whole
 // PCM buffer goes to the device as one block, and a worker watches it.
+//
+// Both open the endpoint's legacy device number (AudioDevice::waveLegacyDeviceID). An
+// endpoint without one answers 0xFFFFFFFF, which is WAVE_MAPPER: for such an endpoint the
+// classes open the system's default device instead, and play or record there. A caller that
+// means one particular endpoint checks its number first.
 #pragma once
 
 #include "libAudio/AudioCapture.h"
@@ -27,14 +32,14 @@ public:
 
 private:
     int playback(const std::function<bool()>& abortRequested);
+    bool startDevice(StreamWorker& worker);
     void copyFrom(const AudioRendererLegacyWave& other);
 
     std::atomic<bool> m_loop{false};
     PCMTrack m_track;
     StaticPCMBuffer* m_pcm = nullptr;
-    WorkerThreadHandle m_thread;
+    WorkerThreadHandle m_thread; // holds the stop flag, shared by the copies
     WaveOut m_waveOut;
-    std::atomic<bool> m_stop{false};
     qel::Array<WAVEFORMATEX> m_compatibleFormats;
 };
 
@@ -58,13 +63,13 @@ public:
 
 private:
     int record();
+    bool startDevice(StreamWorker& worker);
     void copyFrom(const AudioCaptureLegacyWave& other);
 
     PCMTrack m_track;
     StaticPCMBuffer* m_pcm = nullptr;
     WaveIn m_waveIn;
-    std::atomic<bool> m_stop{false};
-    WorkerThreadHandle m_thread;
+    WorkerThreadHandle m_thread;                      // holds the stop flag, shared by the copies
     std::atomic<std::uint32_t> m_timeout{0xFFFFFFFF}; // read by the worker
     int m_exitCode = 128;
 };

@@ -1,5 +1,9 @@
 // WaveIn and WaveOut: one legacy waveform-audio device and the one header that hands it a
 // caller-owned PCM block. Progress is read from the header's done flag.
+//
+// A device number of 0xFFFFFFFF (what AudioDevice::waveLegacyDeviceID answers for an
+// endpoint without a legacy number) is WAVE_MAPPER: open then takes the system's default
+// device, not an error.
 #pragma once
 
 #include "foundation/export.h"

@@ -39,16 +39,14 @@ AudioCaptureEx::AudioCaptureEx(const AudioCaptureEx& other) : AudioCapture(other
 AudioCaptureEx& AudioCaptureEx::operator=(const AudioCaptureEx& other) {
     if (this != &other) {
         // Our own worker reads these fields: it must be gone before they change.
-        m_running = false;
-        worker::join(m_thread);
+        endWorker();
         copyFrom(other);
     }
     return *this;
 }
 
 AudioCaptureEx::~AudioCaptureEx() {
-    m_running = false;
-    worker::join(m_thread);
+    endWorker();
     m_captureClient.Release();
     m_audioClient.Release();
     closeEvent();
@@ -57,8 +55,6 @@ AudioCaptureEx::~AudioCaptureEx() {
 // The event handle has one owner and is never handed to the copy: closing it twice would
 // close whatever handle the platform gave that number next.
 void AudioCaptureEx::copyFrom(const AudioCaptureEx& other) {
-    m_running = other.m_running.load();
-    m_started = other.m_started.load();
     m_device = other.m_device;
     m_pcm = other.m_pcm;
     m_bufferFrames = other.m_bufferFrames;
@@ -173,20 +169,28 @@ bool AudioCaptureEx::start(std::function<bool()> abortRequested) {
             return false;
         }
     }
-    m_running = true;
-    m_started = false;
     if (!createCaptureThread()) {
         QEL_ERROR("No capture thread created. Check system for available resources");
         return false;
     }
-    if (!m_thread->run("AudioCaptureEx")) {
+    m_thread->running = true;
+    if (!m_thread->thread().run("AudioCaptureEx")) {
         return false;
     }
     return waitForStart(abortRequested);
 }
 
+// A worker that ended without starting the client (its record says why) is not waited for
+// in vain; its exit code stays for threadExitCode.
 bool AudioCaptureEx::waitForStart(const std::function<bool()>& abortRequested) {
-    while (!m_started) {
+    StreamWorker& worker = *m_thread;
+    while (!worker.started) {
+        if (!worker.thread().isRunning()) {
+            if (worker.started) {
+                break; // it started, and ended as quickly
+            }
+            return false;
+        }
         if (abortRequested()) {
             QEL_FATAL("User aborted the playback. Thread may have died");
             stop();
@@ -194,12 +198,20 @@ bool AudioCaptureEx::waitForStart(const std::function<bool()>& abortRequested) {
         }
         qel::System::mssleep(10);
     }
-    m_started = false;
+    worker.started = false;
     return true;
 }
 
 bool AudioCaptureEx::isStillRecording() const {
-    return !m_thread.isEmpty() && m_thread->isRunning();
+    return !m_thread.isEmpty() && m_thread->thread().isRunning();
+}
+
+// Tells the worker to stop, whichever copy started it, and waits for it.
+void AudioCaptureEx::endWorker() {
+    if (!m_thread.isEmpty()) {
+        m_thread->running = false;
+        worker::join(m_thread);
+    }
 }
 
 // Discards what the device has queued.
@@ -210,7 +222,9 @@ void AudioCaptureEx::reset() {
 }
 
 bool AudioCaptureEx::stop() {
-    m_running = false;
+    if (!m_thread.isEmpty()) {
+        m_thread->running = false;
+    }
     threadExitCode();
     return true;
 }
@@ -218,7 +232,7 @@ bool AudioCaptureEx::stop() {
 int AudioCaptureEx::threadExitCode() {
     if (!m_thread.isEmpty()) {
         m_thread->join();
-        if (!m_thread->getExitCode(&m_exitCode)) {
+        if (!m_thread->thread().getExitCode(&m_exitCode)) {
             QEL_ERROR("getExitCode returns false. Is something throwing an exception in the "
                       "thread?");
             QEL_ASSERT(false);
@@ -242,14 +256,14 @@ bool AudioCaptureEx::createCaptureThread() {
     return !m_thread.isEmpty();
 }
 
-// start sets m_running before the worker runs; the worker does not set it again, so that
-// an abort that comes before the worker's first step is not undone by it.
+// start sets the running flag before the worker runs; the worker does not set it again, so
+// that an abort that comes before the worker's first step is not undone by it.
 bool AudioCaptureEx::startClient() {
     if (FAILED(m_audioClient->Start())) {
         QEL_ERROR("IAudioClient::Start failed");
         return false;
     }
-    m_started = true;
+    m_thread->started = true;
     return true;
 }
 
@@ -297,7 +311,8 @@ int AudioCaptureEx::resupplyBusyWait(qel::ManagedThread& thread) {
 // Spins on the packet query: the platform's packets are the only pacing.
 int AudioCaptureEx::drainUntilFull() {
     QEL_DEBUG(" PCM buffer available space ", spaceLeft(m_pcm), " bytes");
-    while (m_running && spaceLeft(m_pcm) != 0) {
+    StreamWorker& worker = *m_thread;
+    while (worker.running && spaceLeft(m_pcm) != 0) {
         UINT32 frames = 0;
         try {
             m_captureClient->GetNextPacketSize(&frames);
@@ -309,7 +324,7 @@ int AudioCaptureEx::drainUntilFull() {
         }
     }
     m_audioClient->Stop();
-    m_running = false;
+    worker.running = false;
     return 0;
 }
 
@@ -320,8 +335,9 @@ int AudioCaptureEx::resupplyByEvent(qel::ManagedThread& thread) {
 }
 
 int AudioCaptureEx::drainOnEvents() {
+    StreamWorker& worker = *m_thread;
     bool keepGoing = true;
-    while (m_running && keepGoing) {
+    while (worker.running && keepGoing) {
         DWORD wait = WaitForSingleObjectEx(m_event, m_timeout, TRUE);
         if (wait == WAIT_FAILED) {
             QEL_ERROR("WaitForSingleObjectEx failed ", GetLastError());
@@ -335,7 +351,7 @@ int AudioCaptureEx::drainOnEvents() {
         }
     }
     m_audioClient->Stop();
-    m_running = false;
+    worker.running = false;
     return 0;
 }
 

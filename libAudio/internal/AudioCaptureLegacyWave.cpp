@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <mutex>
 
 namespace {
 QEL_DEFINE_UNIT_LOGGER("libAudio")
@@ -56,7 +57,6 @@ void AudioCaptureLegacyWave::copyFrom(const AudioCaptureLegacyWave& other) {
     legacytrack::share(m_track, other.m_track);
     m_pcm = other.m_pcm;
     m_waveIn = other.m_waveIn;
-    m_stop = other.m_stop.load();
     m_thread = other.m_thread;
     m_timeout = other.m_timeout.load();
     m_exitCode = other.m_exitCode;
@@ -82,19 +82,18 @@ bool AudioCaptureLegacyWave::start(std::function<bool()>) {
     m_timeout = std::min(m_timeout.load(), hardTimeoutLimit(m_pcm));
     legacytrack::describe(m_track, m_pcm);
     m_waveIn.setPCMStorage(m_track);
-    m_stop = false;
     m_thread = worker::create([this](qel::ManagedThread&) { return record(); }, this);
-    return !m_thread.isEmpty() && m_thread->run("LegacyWaveIn");
+    return !m_thread.isEmpty() && m_thread->thread().run("LegacyWaveIn");
 }
 
 bool AudioCaptureLegacyWave::isStillRecording() const {
     if (m_thread.isEmpty()) {
         return false;
     }
-    if (m_thread->isRunning()) {
+    if (m_thread->thread().isRunning()) {
         return true;
     }
-    return !m_stop && (m_waveIn.headerFlags() & WHDR_DONE) == 0;
+    return !m_thread->stopRequested && (m_waveIn.headerFlags() & WHDR_DONE) == 0;
 }
 
 void AudioCaptureLegacyWave::reset() {
@@ -108,10 +107,14 @@ bool AudioCaptureLegacyWave::stop() {
         return true;
     }
     // The flag ends the worker even when the device would not stop and mark the block done.
-    m_stop = true;
-    m_waveIn.stop();
+    // The worker stops the device too once it sees either: never both at once.
+    m_thread->stopRequested = true;
+    {
+        std::lock_guard lock(m_thread->deviceLock());
+        m_waveIn.stop();
+    }
     m_thread->join();
-    m_thread->getExitCode(&m_exitCode);
+    m_thread->thread().getExitCode(&m_exitCode);
     m_thread.reset();
     return true;
 }
@@ -126,15 +129,22 @@ int AudioCaptureLegacyWave::threadExitCode() {
     return m_exitCode;
 }
 
+// A failed start stops the device again: that too must not meet the caller's stop.
+bool AudioCaptureLegacyWave::startDevice(StreamWorker& worker) {
+    std::lock_guard lock(worker.deviceLock());
+    return m_waveIn.start();
+}
+
 int AudioCaptureLegacyWave::record() {
     QEL_TRACE_SCOPE("AudioCaptureLegacyWave::record");
-    if (!m_waveIn.start()) {
+    StreamWorker& worker = *m_thread;
+    if (!startDevice(worker)) {
         QEL_ERROR("Unable to start recording");
         return -1;
     }
     qel::Stopwatch stopwatch;
     QEL_DEBUG("Waiting for recording to finish. Hard timeout = ", m_timeout.load(), " ms.");
-    while (!m_stop && (m_waveIn.headerFlags() & WHDR_DONE) == 0) {
+    while (!worker.stopRequested && (m_waveIn.headerFlags() & WHDR_DONE) == 0) {
         if (stopwatch.getElapsedMilliseconds() >= m_timeout) {
             // The device is left recording: the caller's stop ends it.
             return 128;
@@ -142,6 +152,7 @@ int AudioCaptureLegacyWave::record() {
         qel::System::mssleep(10);
     }
     QEL_DEBUG("Stopping recording.");
+    std::lock_guard lock(worker.deviceLock());
     m_waveIn.stop();
     return 0;
 }

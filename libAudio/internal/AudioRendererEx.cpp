@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+#include <utility>
 
 namespace {
 QEL_DEFINE_UNIT_LOGGER("libAudio.AudioRendererEx")
@@ -33,6 +35,34 @@ std::uint32_t blockCount(const libAudio::StaticPCMBuffer& pcm) {
 } // namespace
 
 namespace libAudio {
+
+StreamWorker::StreamWorker(qel::ManagedThread::Function routine, void* context)
+    : m_thread(std::move(routine), context) {}
+
+void StreamWorker::join() {
+    std::lock_guard lock(m_joining);
+    m_thread.join();
+}
+
+void StreamWorkerStorage::release(value_type worker) {
+    if (worker) {
+        worker->~StreamWorker();
+        CoTaskMemFree(worker);
+    }
+}
+
+WorkerThreadHandle worker::create(qel::ManagedThread::Function routine, void* context) {
+    void* memory = CoTaskMemAlloc(sizeof(StreamWorker));
+    if (!memory) {
+        return WorkerThreadHandle();
+    }
+    try {
+        return WorkerThreadHandle(new (memory) StreamWorker(std::move(routine), context));
+    } catch (const std::bad_alloc&) {
+        CoTaskMemFree(memory);
+        return WorkerThreadHandle();
+    }
+}
 
 AudioRenderer::~AudioRenderer() = default;
 
@@ -57,8 +87,7 @@ AudioRendererEx& AudioRendererEx::operator=(const AudioRendererEx& other) {
 }
 
 AudioRendererEx::~AudioRendererEx() {
-    m_running = false;
-    worker::join(m_thread);
+    endWorker();
     m_renderClient.Release();
     m_audioClient.Release();
     closeEvent();
@@ -68,8 +97,6 @@ AudioRendererEx::~AudioRendererEx() {
 // close whatever handle the platform gave that number next.
 void AudioRendererEx::copyFrom(const AudioRendererEx& other) {
     m_initialized = other.m_initialized;
-    m_running = other.m_running.load();
-    m_started = other.m_started.load();
     m_device = other.m_device;
     m_pcm = other.m_pcm;
     m_bufferFrames = other.m_bufferFrames;
@@ -126,7 +153,13 @@ bool AudioRendererEx::initialize(IMMDevice* device, StaticPCMBuffer* pcm) {
 }
 
 bool AudioRendererEx::initializeClient(IMMDevice* device, const StaticPCMBuffer& pcm) {
+    bool retry = false;
     for (DWORD flags : client::kStreamFlagPasses) {
+        // A pass that gave up at the device period leaves a client that refused: the plain
+        // retry of the second pass needs a fresh one.
+        if (std::exchange(retry, true)) {
+            client::activate(device, m_audioClient);
+        }
         m_streamFlags = flags;
         if (SUCCEEDED(initializePass(device, pcm))) {
             return true;
@@ -137,7 +170,7 @@ bool AudioRendererEx::initializeClient(IMMDevice* device, const StaticPCMBuffer&
 
 // Asks for exclusive access with a buffer as long as the PCM buffer; a refused size is
 // halved down to the device period, a busy device is taken in shared mode instead. Each
-// retry needs a fresh client: a client refuses a second Initialize.
+// retry needs a fresh client: a client that refused Initialize refuses it for good.
 HRESULT AudioRendererEx::initializePass(IMMDevice* device, const StaticPCMBuffer& pcm) {
     const WAVEFORMATEX* format = &pcm.format().Format;
     AUDCLNT_SHAREMODE mode = AUDCLNT_SHAREMODE_EXCLUSIVE;
@@ -180,8 +213,6 @@ bool AudioRendererEx::play(unsigned int playMode, std::function<bool()> abortReq
         return false;
     }
     stop();
-    // A start seen by an earlier, aborted play must not pass for this one's.
-    m_started = false;
     m_playMode = playMode;
     if (playMode & REWIND) {
         m_readBlock = 0;
@@ -201,35 +232,53 @@ bool AudioRendererEx::play(unsigned int playMode, std::function<bool()> abortReq
     }
     // Pre-fill before the worker exists, so that the two never move the positions at once.
     streamInData();
-    m_running = true;
-    if (!m_thread->run("AudioRendererEx")) {
+    m_thread->running = true;
+    if (!m_thread->thread().run("AudioRendererEx")) {
         return false;
     }
     return waitForStart(abortRequested);
 }
 
+// Once play has given up, the caller may free the PCM buffer at once: the worker, which
+// reads it until it sees the flag, is waited for. A worker that ended without starting the
+// client (its record says why) is not waited for in vain.
 bool AudioRendererEx::waitForStart(const std::function<bool()>& abortRequested) {
-    while (!m_started) {
+    StreamWorker& worker = *m_thread;
+    while (!worker.started) {
+        if (!worker.thread().isRunning()) {
+            if (worker.started) {
+                break; // it started, and ended as quickly
+            }
+            worker::join(m_thread);
+            return false;
+        }
         if (abortRequested()) {
             QEL_FATAL("User aborted the playback. Thread may have died");
-            m_running = false;
+            endWorker();
             return false;
         }
         qel::System::mssleep(10);
     }
-    m_started = false;
+    worker.started = false;
     return true;
 }
 
 bool AudioRendererEx::isStillPlaying() const {
-    return !m_thread.isEmpty() && m_thread->isRunning();
+    return !m_thread.isEmpty() && m_thread->thread().isRunning();
 }
 
 bool AudioRendererEx::stop() {
     QEL_TRACE_SCOPE("AudioRendererEx::stop");
-    m_running = false;
-    worker::join(m_thread);
+    endWorker();
     return true;
+}
+
+// Tells the worker to stop, whichever copy started it, and waits for it.
+void AudioRendererEx::endWorker() {
+    if (!m_thread.isEmpty()) {
+        m_thread->running = false;
+        worker::join(m_thread);
+    }
 }
 
 qel::Array<WAVEFORMATEX>& AudioRendererEx::compatibleFormat() {
@@ -327,13 +376,14 @@ int AudioRendererEx::resupplyBusyWait(qel::ManagedThread& thread) {
 }
 
 int AudioRendererEx::feedUntilDone() {
+    StreamWorker& worker = *m_thread;
     if (FAILED(m_audioClient->Start())) {
         QEL_ERROR("IAudioClient::Start failed");
         return -1;
     }
-    m_started = true;
+    worker.started = true;
     bool keepGoing = true;
-    while (m_running && keepGoing) {
+    while (worker.running && keepGoing) {
         keepGoing = streamInData();
     }
     return drainAndStop();
@@ -352,7 +402,7 @@ int AudioRendererEx::drainAndStop() {
         qel::System::mssleep(queuedBytes / std::uint32_t(format.nAvgBytesPerSec));
     }
     m_audioClient->Stop();
-    m_running = false;
+    m_thread->running = false;
     return 0;
 }
 
@@ -367,14 +417,15 @@ int AudioRendererEx::resupplyByEvent(qel::ManagedThread& thread) {
 }
 
 int AudioRendererEx::feedOnEvents() {
+    StreamWorker& worker = *m_thread;
     HRESULT hr = m_audioClient->Start();
     if (FAILED(hr)) {
         QEL_FATAL("IAudioClient::Start failed ", client::hex(hr));
         return -1;
     }
-    m_started = true;
+    worker.started = true;
     bool keepGoing = true;
-    while (m_running && keepGoing) {
+    while (worker.running && keepGoing) {
         DWORD wait = WaitForSingleObjectEx(m_event, INFINITE, TRUE);
         if (wait == WAIT_FAILED) {
             QEL_ERROR("WaitForSingleObjectEx failed ", GetLastError());
@@ -388,7 +439,7 @@ int AudioRendererEx::feedOnEvents() {
         }
     }
     m_audioClient->Stop();
-    m_running = false;
+    worker.running = false;
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "libAudio/internal/LegacyTrack.h"
 #include "libAudio/internal/Worker.h"
 
+#include <mutex>
 #include <utility>
 
 namespace {
@@ -42,7 +43,6 @@ void AudioRendererLegacyWave::copyFrom(const AudioRendererLegacyWave& other) {
     m_pcm = other.m_pcm;
     m_thread = other.m_thread;
     m_waveOut = other.m_waveOut;
-    m_stop = other.m_stop.load();
     m_compatibleFormats = other.m_compatibleFormats;
 }
 
@@ -66,15 +66,14 @@ bool AudioRendererLegacyWave::play(unsigned int playMode, std::function<bool()> 
     legacytrack::describe(m_track, m_pcm);
     m_waveOut.setPCMOutput(m_track);
     m_loop = playMode == LOOP;
-    m_stop = false;
     m_thread = worker::create([this, abortRequested = std::move(abortRequested)](
                                   qel::ManagedThread&) { return playback(abortRequested); },
                               this);
-    return !m_thread.isEmpty() && m_thread->run("LegacyWaveOut");
+    return !m_thread.isEmpty() && m_thread->thread().run("LegacyWaveOut");
 }
 
 bool AudioRendererLegacyWave::isStillPlaying() const {
-    return !m_thread.isEmpty() && m_thread->isRunning() && !m_stop &&
+    return !m_thread.isEmpty() && m_thread->thread().isRunning() && !m_thread->stopRequested &&
            (m_waveOut.headerFlags() & WHDR_DONE) == 0;
 }
 
@@ -84,25 +83,36 @@ bool AudioRendererLegacyWave::stop() {
         return true;
     }
     // The flag ends the worker even when the device would not reset and mark the block done.
-    m_stop = true;
-    m_waveOut.stop();
+    // The worker stops the device too once it sees either: never both at once.
+    m_thread->stopRequested = true;
+    {
+        std::lock_guard lock(m_thread->deviceLock());
+        m_waveOut.stop();
+    }
     m_thread->join();
     int code = -1;
-    m_thread->getExitCode(&code);
+    m_thread->thread().getExitCode(&code);
     QEL_DEBUG("Thread exit code ", code);
     m_thread.reset();
     return true;
 }
 
+bool AudioRendererLegacyWave::startDevice(StreamWorker& worker) {
+    std::lock_guard lock(worker.deviceLock());
+    return m_waveOut.start(m_loop);
+}
+
 int AudioRendererLegacyWave::playback(const std::function<bool()>& abortRequested) {
     QEL_TRACE_SCOPE("AudioRendererWaveLegacy::playback");
-    if (!m_waveOut.start(m_loop)) {
+    StreamWorker& worker = *m_thread;
+    if (!startDevice(worker)) {
         QEL_ERROR("Unable to start recording");
         return -1;
     }
     for (;;) {
-        if (m_stop || (m_waveOut.headerFlags() & WHDR_DONE) != 0) {
+        if (worker.stopRequested || (m_waveOut.headerFlags() & WHDR_DONE) != 0) {
             QEL_DEBUG("Stopping playback.");
+            std::lock_guard lock(worker.deviceLock());
             m_waveOut.stop();
             return 0;
         }

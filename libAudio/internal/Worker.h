@@ -2,22 +2,13 @@
 // the join that every stop and destructor does before letting go of the handle.
 #pragma once
 
-#include "foundation/qelThread.h"
 #include "libAudio/AudioRenderer.h"
-
-#include <new>
-#include <utility>
 
 namespace libAudio::worker {
 
-// A new worker, or an empty handle when there is no memory for one.
-inline WorkerThreadHandle create(qel::ManagedThread::Function routine, void* context) {
-    try {
-        return WorkerThreadHandle(new qel::ManagedThread(std::move(routine), context));
-    } catch (const std::bad_alloc&) {
-        return WorkerThreadHandle();
-    }
-}
+// A new worker whose routine serves context; an empty handle when the system has no room
+// for one.
+WorkerThreadHandle create(qel::ManagedThread::Function routine, void* context);
 
 // Waits for the worker to end and lets go of it.
 inline void join(WorkerThreadHandle& thread) {

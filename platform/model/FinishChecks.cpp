@@ -48,6 +48,22 @@ void checkDecibels(double value, const Where& where) {
     checkWithin(value, -kMaxDecibels, kMaxDecibels, " dB", where);
 }
 
+// A weight above 1 would hide a gain that belongs in gain_db; a negative one is a
+// reversed polarity.
+void checkChannelMix(const std::vector<std::vector<double>>& mix, const Where& where) {
+    if (mix.size() > kMaxChannels) {
+        where.fail("must have from 1 to " + std::to_string(kMaxChannels) + " rows");
+    }
+    for (std::size_t c = 0; c < mix.size(); ++c) {
+        if (mix[c].empty() || mix[c].size() > kMaxChannels) {
+            where[c].fail("must have from 1 to " + std::to_string(kMaxChannels) + " weights");
+        }
+        for (std::size_t r = 0; r < mix[c].size(); ++r) {
+            checkWithin(mix[c][r], -1, 1, "", where[c][r]);
+        }
+    }
+}
+
 void checkVolume(const VolumeControl& v, const Where& where) {
     if (v.levelsDb.empty() || v.levelsDb.size() > kMaxChannels) {
         where["channels"].fail("must be from 1 to " + std::to_string(kMaxChannels));
@@ -219,6 +235,7 @@ void checkRoutesAndFaults(const Machine& m, const Where& root) {
         checkDecibels(r.gainDb, root["routes"][i]["gain_db"]);
         checkDecibels(r.noiseDb, root["routes"][i]["noise_db"]);
         checkWithin(r.delayMs, 0, kMaxDelayMs, " ms", root["routes"][i]["delay_ms"]);
+        checkChannelMix(r.channelMix, root["routes"][i]["channel_mix"]);
     }
     for (std::size_t i = 0; i < m.faults.size(); ++i) {
         if (m.faults[i].operation.empty()) {

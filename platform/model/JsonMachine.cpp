@@ -31,13 +31,23 @@ void readRoles(const Object& defaults, std::string_view flow,
 } // namespace
 
 Route readRoute(const Json& value, const Where& where) {
-    Object o(value, where, {"render", "capture", "gain_db", "delay_ms", "noise_db"});
+    Object o(value, where, {"render", "capture", "gain_db", "delay_ms", "noise_db", "channel_mix"});
     Route route;
     route.render = o.requiredText("render", "a route names its render endpoint");
     route.capture = o.requiredText("capture", "a route names its capture endpoint");
     route.gainDb = o.real("gain_db", route.gainDb);
     route.delayMs = o.real("delay_ms", route.delayMs);
     route.noiseDb = o.real("noise_db", route.noiseDb);
+    for (auto& [row, rowWhere] : o.elements("channel_mix")) {
+        if (!row->is_array()) {
+            rowWhere.fail("expected an array of weights, one per render channel, got " +
+                          describe(*row));
+        }
+        std::vector<double>& weights = route.channelMix.emplace_back();
+        for (std::size_t i = 0; i < row->size(); ++i) {
+            weights.push_back(asReal((*row)[i], rowWhere[i]));
+        }
+    }
     return route;
 }
 

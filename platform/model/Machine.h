@@ -197,6 +197,9 @@ struct Route {
     double gainDb = 0.0;
     double delayMs = 0.0;
     double noiseDb = -120.0; // noise floor relative to full scale
+    // How the capture channels hear the render channels: row c holds the linear weight of
+    // each render channel in capture channel c. Empty: channel c hears channel c.
+    std::vector<std::vector<double>> channelMix;
     bool operator==(const Route&) const = default;
 };
 

@@ -184,6 +184,13 @@ MachineBuilder& MachineBuilder::route(std::string render, std::string capture, d
     return *this;
 }
 
+MachineBuilder& MachineBuilder::routeMix(std::vector<std::vector<double>> channelMix) {
+    if (!m_machine.routes.empty()) {
+        m_machine.routes.back().channelMix = std::move(channelMix);
+    }
+    return *this;
+}
+
 MachineBuilder& MachineBuilder::defaultEndpoint(Flow flow, std::string id, int role) {
     auto& roles = flow == Flow::Render ? m_roles.render : m_roles.capture;
     for (int r = 0; r < 3; ++r) {

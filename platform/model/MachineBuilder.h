@@ -63,6 +63,8 @@ public:
 
     MachineBuilder& route(std::string render, std::string capture, double gainDb = 0,
                           double delayMs = 0, double noiseDb = -120);
+    // The last route's channel mix: row c weighs the render channels heard in capture channel c.
+    MachineBuilder& routeMix(std::vector<std::vector<double>> channelMix);
     // role: 0 console, 1 multimedia, 2 communications, -1 all; "" leaves it empty.
     MachineBuilder& defaultEndpoint(Flow flow, std::string id, int role = -1);
     MachineBuilder& fault(std::string operation, std::string target, std::vector<HRESULT> results,

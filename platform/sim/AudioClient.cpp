@@ -2,11 +2,14 @@
 // stream's state machine, and the render and capture services.
 //
 // Injected faults (operation, target endpoint id): Initialize, IsFormatSupported,
-// GetDevicePeriod, GetBufferSize, GetCurrentPadding, Start, Stop, Reset, GetService.
+// GetDevicePeriod, GetBufferSize, GetCurrentPadding, Start, Stop, Reset, GetService; and
+// "DataDiscontinuity", which flags the next capture packet. A success code injected for
+// GetBufferSize reports a buffer of 0 frames.
 #include "platform/sim/ClientState.h"
 #include "platform/sim/ComObject.h"
 #include "platform/sim/Runtime.h"
 
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <utility>
@@ -26,6 +29,8 @@ WAVEFORMATEX* taskCopy(const WAVEFORMATEXTENSIBLE& format) {
     }
     return copy;
 }
+
+std::atomic<Hns> startLatency{0};
 
 std::mutex requestsMutex;
 std::vector<InitializeRequest>& requests() {
@@ -47,12 +52,12 @@ public:
         return result;
     }
 
+    // As on Windows, a client whose Initialize got past the check of its arguments and
+    // failed is spent: every later Initialize answers ALREADY_INITIALIZED, and the caller
+    // needs a fresh client. A refused argument leaves the client as it was.
     HRESULT initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME duration,
                        REFERENCE_TIME periodicity, const WAVEFORMATEX* format, LPCGUID) {
-        if (HRESULT fault = injectedFault("Initialize", m_state->endpoint)) {
-            return fault;
-        }
-        if (m_state->initialized) {
+        if (m_state->initialized || m_spent) {
             return AUDCLNT_E_ALREADY_INITIALIZED;
         }
         if (!format) {
@@ -61,6 +66,17 @@ public:
         if ((mode != AUDCLNT_SHAREMODE_SHARED && mode != AUDCLNT_SHAREMODE_EXCLUSIVE) ||
             (flags & ~kKnownStreamFlags) || duration < 0 || periodicity < 0) {
             return E_INVALIDARG;
+        }
+        HRESULT result = openStream(mode, flags, duration, periodicity, format);
+        m_spent = FAILED(result);
+        return result;
+    }
+
+    // What the driver says to a well-formed request; an injected fault stands for its refusal.
+    HRESULT openStream(AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME duration,
+                       REFERENCE_TIME periodicity, const WAVEFORMATEX* format) {
+        if (HRESULT fault = injectedFault("Initialize", m_state->endpoint)) {
+            return fault;
         }
         std::optional<EndpointStreamInfo> info = streamInfo(m_state->endpoint);
         if (!info || !info->active) {
@@ -86,6 +102,10 @@ public:
             return E_POINTER;
         }
         if (HRESULT refused = usable("GetBufferSize")) {
+            if (SUCCEEDED(refused)) {
+                *frames = 0; // an injected success: a driver that reports an empty buffer
+                return S_OK;
+            }
             return refused;
         }
         *frames = m_state->layout.frames;
@@ -200,6 +220,9 @@ public:
         if ((m_state->flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) && !m_state->event) {
             return AUDCLNT_E_EVENTHANDLE_NOT_SET;
         }
+        if (Hns latency = startLatency.load(); latency > 0) {
+            Clock::instance().waitUntil(Clock::instance().now() + latency);
+        }
         engine.start(m_state->stream);
         return S_OK;
     }
@@ -296,7 +319,7 @@ private:
         if (s.render) {
             s.ring = std::make_shared<RenderRing>(format, layout.frames);
         } else {
-            s.queue = std::make_shared<CaptureQueue>(format, layout.frames, packet);
+            s.queue = std::make_shared<CaptureQueue>(format, layout.frames, packet, s.endpoint);
         }
         StreamSetup setup{s.endpoint, s.render, exclusive, format, layout.period, nullptr};
         HRESULT opened = AudioEngine::instance().open(setup, s.ring, s.queue, s.stream);
@@ -310,6 +333,7 @@ private:
     }
 
     std::shared_ptr<ClientState> m_state;
+    bool m_spent = false;
 };
 
 } // namespace
@@ -340,6 +364,10 @@ void ClientState::pollWait() const {
     if (clock.mode() == ClockMode::Virtual && AudioEngine::instance().isRunning(stream)) {
         clock.waitUntil(clock.now() + defaultPeriod);
     }
+}
+
+void setStreamStartLatency(Hns latency) {
+    startLatency.store(latency);
 }
 
 std::vector<InitializeRequest> takeInitializeRequests() {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <map>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace sim {
@@ -20,6 +21,9 @@ constexpr double kHistoryHns = 2 * kHnsPerSecond;
 // (a process stopped in a debugger) is a gap, not audio.
 constexpr Hns kLongestStep = 10 * 10000000LL;
 constexpr auto kPumpInterval = std::chrono::milliseconds(2);
+// How far a render device reads ahead of what it plays: its DMA FIFO. A client that refills
+// only once the buffer has run dry is too late by this much, in virtual time as in real time.
+constexpr double kReadAheadHns = 10000; // 1 ms
 
 double linear(double db) {
     return std::pow(10.0, db / 20.0);
@@ -40,8 +44,23 @@ struct EndpointGain {
 struct RouteInfo {
     std::string render;
     double gain;
-    double delay; // 100-ns units
-    double noise; // RMS
+    double delay;                         // 100-ns units
+    double noise;                         // RMS
+    std::vector<std::vector<double>> mix; // empty: channel to channel
+
+    // The weight of render channel r (of renderChannels) in capture channel c.
+    double weight(std::uint32_t c, std::uint32_t r, std::uint32_t renderChannels) const {
+        if (mix.empty()) {
+            return std::min(c, renderChannels - 1) == r ? 1.0 : 0.0;
+        }
+        // A mix names channels the stream may lack: those are its last channel.
+        const std::vector<double>& row = mix[std::min<std::size_t>(c, mix.size() - 1)];
+        double sum = 0;
+        for (std::size_t named = 0; named < row.size(); ++named) {
+            sum += std::min<std::size_t>(named, renderChannels - 1) == r ? row[named] : 0.0;
+        }
+        return sum;
+    }
 };
 
 // What one pass needs of the machine, read once under its lock.
@@ -63,8 +82,8 @@ MachineView viewMachine() {
         }
         for (const model::Route& r : m.routes) {
             double delay = r.delayMs * 10000.0;
-            view.routesTo.emplace(r.capture,
-                                  RouteInfo{r.render, linear(r.gainDb), delay, linear(r.noiseDb)});
+            view.routesTo.emplace(r.capture, RouteInfo{r.render, linear(r.gainDb), delay,
+                                                       linear(r.noiseDb), r.channelMix});
             view.longestDelay = std::max(view.longestDelay, delay);
         }
     });
@@ -84,6 +103,7 @@ struct AudioEngine::Stream {
     std::uint64_t anchorFrame = 0;
     std::uint64_t position = 0;
     std::uint64_t periodsSignalled = 0;
+    bool starved = false; // the last pass found the client's buffer short
     RenderHistory history;
     std::mt19937 noise;
 
@@ -99,6 +119,15 @@ struct AudioEngine::Stream {
         return double(anchorTime) +
                (double(frame) - double(anchorFrame)) * kHnsPerSecond / setup.format.rate;
     }
+    // Frames the device has taken by time: a render device reads ahead of what it plays.
+    std::uint64_t takenAt(Hns time) const {
+        std::uint64_t frames = framesAt(time);
+        if (setup.render && time >= anchorTime) {
+            frames += std::max<std::uint64_t>(
+                1, std::uint64_t(kReadAheadHns * setup.format.rate / kHnsPerSecond));
+        }
+        return frames;
+    }
     bool holdsTime() const {
         return running && !closed && (render ? render->active() : capture->active());
     }
@@ -106,6 +135,7 @@ struct AudioEngine::Stream {
 
 struct AudioEngine::State {
     std::map<StreamId, Stream> streams;
+    std::map<std::string, std::uint64_t> glitches; // by render endpoint
     StreamId next = 1;
     Hns now = 0;
     bool pumping = false;
@@ -176,6 +206,7 @@ void AudioEngine::start(StreamId id) {
         }
         Stream& s = it->second;
         s.running = true;
+        s.starved = false;
         s.owner = std::this_thread::get_id();
         s.anchorTime = std::max(Clock::instance().now(), m_state->now);
         s.anchorFrame = s.position;
@@ -253,48 +284,69 @@ void AudioEngine::ownerGone(std::thread::id owner) {
 namespace {
 
 std::uint32_t dueFrames(const AudioEngine::Stream& s, Hns time) {
-    std::uint64_t target = s.framesAt(time);
+    std::uint64_t target = s.takenAt(time);
     return target > s.position ? std::uint32_t(std::min<std::uint64_t>(target - s.position,
                                                                        s.setup.format.rate * 10ull))
                                : 0;
 }
 
-// Takes what the stream plays up to time into its history, as one channel after the
-// endpoint's volume.
-void playInto(AudioEngine::Stream& s, Hns time, const EndpointGain& gain) {
+// Takes what the stream plays up to time (and the device reads ahead) into its history,
+// each channel after the endpoint's volume. A client that has not written enough is heard
+// as silence, and counts as a glitch once per shortage.
+void playInto(AudioEngine::Stream& s, Hns time, const EndpointGain& gain, std::uint64_t& glitches) {
     std::uint32_t frames = dueFrames(s, time);
     if (frames == 0) {
         return;
     }
     const std::uint32_t channels = s.setup.format.channels;
     std::vector<float> samples(std::size_t(frames) * channels, 0.0f);
-    s.render->pull(frames, samples.data()); // what it lacks stays silent
-    std::vector<float> mono(frames);
-    for (std::uint32_t f = 0; f < frames; ++f) {
-        double sum = 0;
-        for (std::uint32_t c = 0; c < channels; ++c) {
-            sum += samples[std::size_t(f) * channels + c] * gain.of(c);
+    std::uint32_t got = s.render->pull(frames, samples.data()); // what it lacks stays silent
+    if (s.render->glitchesWhenDry()) {
+        // A new shortage: after a full pass, or after new samples that ran out as well.
+        if (got < frames && (!s.starved || got > 0)) {
+            ++glitches;
         }
-        mono[f] = float(sum / channels);
+        s.starved = got < frames;
     }
-    s.history.append(s.timeOf(s.position), s.setup.format.rate, mono.data(), frames);
-    s.position = s.framesAt(time);
+    for (std::uint32_t f = 0; f < frames; ++f) {
+        for (std::uint32_t c = 0; c < channels; ++c) {
+            samples[std::size_t(f) * channels + c] *= float(gain.of(c));
+        }
+    }
+    s.history.append(s.timeOf(s.position), s.setup.format.rate, channels, samples.data(), frames);
+    s.position = s.takenAt(time);
 }
 
-// One channel of what the capture endpoint hears at time t along its routes.
-double heard(
-    double t,
-    const std::vector<std::pair<const RouteInfo*, std::vector<const AudioEngine::Stream*>>>& routes,
-    std::normal_distribution<double>& gauss, std::mt19937& noise) {
-    double sum = 0;
-    for (const auto& [route, sources] : routes) {
-        double signal = 0;
-        for (const AudioEngine::Stream* source : sources) {
-            signal += source->history.at(t - route->delay);
+struct Heard {
+    const RouteInfo* route;
+    std::vector<const AudioEngine::Stream*> sources;
+};
+
+// What the capture channels hear at time t along their routes, into out.
+void hear(double t, const std::vector<Heard>& routes, std::uint32_t channels, float* out,
+          std::normal_distribution<double>& gauss, std::mt19937& noise) {
+    std::vector<double> sum(channels, 0.0);
+    std::vector<float> played;
+    for (const Heard& heard : routes) {
+        for (const AudioEngine::Stream* source : heard.sources) {
+            const std::uint32_t renderChannels = source->history.channels();
+            played.resize(renderChannels);
+            source->history.at(t - heard.route->delay, played.data());
+            for (std::uint32_t c = 0; c < channels; ++c) {
+                double signal = 0;
+                for (std::uint32_t r = 0; r < renderChannels; ++r) {
+                    signal += heard.route->weight(c, r, renderChannels) * played[r];
+                }
+                sum[c] += heard.route->gain * signal;
+            }
         }
-        sum += route->gain * signal + route->noise * gauss(noise);
+        for (std::uint32_t c = 0; c < channels; ++c) {
+            sum[c] += heard.route->noise * gauss(noise);
+        }
     }
-    return sum;
+    for (std::uint32_t c = 0; c < channels; ++c) {
+        out[c] = float(sum[c]);
+    }
 }
 
 void recordFrom(AudioEngine::Stream& s, Hns time, const MachineView& view,
@@ -303,25 +355,26 @@ void recordFrom(AudioEngine::Stream& s, Hns time, const MachineView& view,
     if (frames == 0) {
         return;
     }
-    std::vector<std::pair<const RouteInfo*, std::vector<const AudioEngine::Stream*>>> routes;
+    std::vector<Heard> routes;
     auto [first, last] = view.routesTo.equal_range(s.setup.endpoint);
     for (auto it = first; it != last; ++it) {
-        std::vector<const AudioEngine::Stream*> sources;
+        Heard heard{&it->second, {}};
         for (const auto& [id, other] : streams) {
             if (other.setup.render && other.setup.endpoint == it->second.render) {
-                sources.push_back(&other);
+                heard.sources.push_back(&other);
             }
         }
-        routes.emplace_back(&it->second, std::move(sources));
+        routes.push_back(std::move(heard));
     }
     const EndpointGain& gain = view.gains.at(s.setup.endpoint);
     const std::uint32_t channels = s.setup.format.channels;
     std::vector<float> samples(std::size_t(frames) * channels, 0.0f);
     std::normal_distribution<double> gauss;
     for (std::uint32_t f = 0; routes.size() && f < frames; ++f) {
-        double value = heard(s.timeOf(s.position + f), routes, gauss, s.noise);
+        float* frame = &samples[std::size_t(f) * channels];
+        hear(s.timeOf(s.position + f), routes, channels, frame, gauss, s.noise);
         for (std::uint32_t c = 0; c < channels; ++c) {
-            samples[std::size_t(f) * channels + c] = float(value * gain.of(c));
+            frame[c] = float(frame[c] * gain.of(c));
         }
     }
     s.capture->push(samples.data(), frames, s.position, Hns(s.timeOf(s.position)), routes.empty());
@@ -354,7 +407,7 @@ void AudioEngine::advanceTo(Hns time) {
     // Render first: a capture at time t may hear what was played up to t.
     for (auto& [id, s] : state.streams) {
         if (s.setup.render && usable(s)) {
-            playInto(s, time, view.gains.at(s.setup.endpoint));
+            playInto(s, time, view.gains.at(s.setup.endpoint), state.glitches[s.setup.endpoint]);
         }
     }
     for (auto& [id, s] : state.streams) {
@@ -411,6 +464,17 @@ bool AudioEngine::isStreaming(const std::string& endpoint) {
 
 bool isStreaming(const std::string& endpointId) {
     return AudioEngine::instance().isStreaming(endpointId);
+}
+
+std::uint64_t AudioEngine::takeGlitches(const std::string& endpoint) {
+    std::lock_guard lock(m_mutex);
+    return std::exchange(m_state->glitches[endpoint], 0);
+}
+
+std::uint64_t takeRenderGlitches(const std::string& endpointId) {
+    AudioEngine& engine = AudioEngine::instance();
+    engine.catchUp();
+    return engine.takeGlitches(endpointId);
 }
 
 } // namespace sim

@@ -25,6 +25,9 @@ public:
     // Whether the feed has work for the clock to wait for; an idle one does not hold
     // virtual time up.
     virtual bool active() const { return true; }
+    // Whether running out of samples while running is a glitch (an audio client's buffer),
+    // or the end of what was queued (a wave device's blocks).
+    virtual bool glitchesWhenDry() const { return false; }
 };
 
 // Where a capture stream's samples go.
@@ -67,6 +70,8 @@ public:
     bool isRunning(StreamId id) const;
     std::uint64_t position(StreamId id) const;
     bool isStreaming(const std::string& endpoint);
+    // Times a render stream of the endpoint ran dry since the last call.
+    std::uint64_t takeGlitches(const std::string& endpoint);
 
     // Brings every stream up to the clock's time (real time moves on its own; virtual time
     // brings streams along as it moves). Locks nothing the caller holds.

@@ -1,4 +1,5 @@
 #include "platform/sim/ClientBuffers.h"
+#include "platform/sim/Runtime.h"
 
 #include <algorithm>
 #include <cstring>
@@ -67,8 +68,9 @@ void RenderRing::clear() {
 }
 
 CaptureQueue::CaptureQueue(const SampleFormat& format, std::uint32_t capacity,
-                           std::uint32_t packetFrames)
-    : m_format(format), m_capacity(capacity), m_packetFrames(std::max(1u, packetFrames)) {}
+                           std::uint32_t packetFrames, std::string endpoint)
+    : m_format(format), m_capacity(capacity), m_packetFrames(std::max(1u, packetFrames)),
+      m_endpoint(std::move(endpoint)) {}
 
 void CaptureQueue::push(const float* samples, std::uint32_t frames, std::uint64_t position,
                         Hns time, bool silent) {
@@ -89,6 +91,10 @@ void CaptureQueue::push(const float* samples, std::uint32_t frames, std::uint64_
         m_filling.frames += run;
         done += run;
         if (m_filling.frames == m_packetFrames) {
+            // A device may flag a packet whose sound it has in full: the flag alone.
+            if (injectedFault("DataDiscontinuity", m_endpoint)) {
+                m_filling.flags |= AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY;
+            }
             m_queuedFrames += m_filling.frames;
             m_packets.push_back(std::move(m_filling));
             m_filling = Packet{};

@@ -6,6 +6,7 @@
 #include "platform/sim/AudioEngine.h"
 
 #include <deque>
+#include <string>
 #include <vector>
 
 namespace sim {
@@ -14,6 +15,7 @@ class RenderRing final : public RenderFeed {
 public:
     RenderRing(const SampleFormat& format, std::uint32_t frames);
     std::uint32_t pull(std::uint32_t frames, float* out) override;
+    bool glitchesWhenDry() const override { return true; }
 
     std::uint32_t padding() const { return std::uint32_t(m_written - m_read); }
     std::uint32_t capacity() const { return m_capacity; }
@@ -35,7 +37,8 @@ private:
 
 class CaptureQueue final : public CaptureFeed {
 public:
-    CaptureQueue(const SampleFormat& format, std::uint32_t capacity, std::uint32_t packetFrames);
+    CaptureQueue(const SampleFormat& format, std::uint32_t capacity, std::uint32_t packetFrames,
+                 std::string endpoint);
     void push(const float* samples, std::uint32_t frames, std::uint64_t position, Hns time,
               bool silent) override;
 
@@ -58,6 +61,7 @@ private:
     SampleFormat m_format;
     std::uint32_t m_capacity;
     std::uint32_t m_packetFrames;
+    std::string m_endpoint;
     std::deque<Packet> m_packets;
     Packet m_filling;
     std::uint64_t m_queuedFrames = 0;

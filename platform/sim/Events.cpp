@@ -2,6 +2,7 @@
 // object is a wait on the clock too: its time-out is virtual, and the waiting thread lets
 // virtual time move on.
 #include "platform/sim/Clock.h"
+#include "platform/sim/Runtime.h"
 #include "platform/standin/sync.h"
 
 #include <chrono>
@@ -124,7 +125,12 @@ bool waitVirtual(KernelObject& object, DWORD milliseconds) {
 
 extern "C" {
 
+// Injected fault: "CreateEventW" (any target); its code becomes the last error.
 HANDLE CreateEventW(void*, BOOL manualReset, BOOL initialState, LPCWSTR) {
+    if (HRESULT fault = sim::injectedFault("CreateEventW", "")) {
+        SetLastError(DWORD(fault));
+        return nullptr;
+    }
     return static_cast<KernelObject*>(new Event(manualReset != FALSE, initialState != FALSE));
 }
 

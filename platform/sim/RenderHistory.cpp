@@ -10,38 +10,60 @@ namespace {
 constexpr std::size_t kChunkSeconds = 1;
 // Positions this close to a sample are that sample: the clock's ticks fall on whole frames.
 constexpr double kOnSample = 1e-6;
+// Chunks this close (100-ns units) follow each other without a gap.
+constexpr double kJoined = 1.0;
 } // namespace
 
-void RenderHistory::append(double start, std::uint32_t rate, const float* samples,
-                           std::uint32_t frames) {
-    if (frames == 0) {
+void RenderHistory::append(double start, std::uint32_t rate, std::uint32_t channels,
+                           const float* samples, std::uint32_t frames) {
+    if (frames == 0 || channels == 0) {
         return;
     }
+    if (channels != m_channels) {
+        m_chunks.clear(); // a stream keeps its format: only a first append gets here
+        m_channels = channels;
+    }
     bool extends = !m_chunks.empty() && m_chunks.back().rate == rate &&
-                   std::abs(m_chunks.back().end() - start) < 1.0 &&
-                   m_chunks.back().samples.size() < kChunkSeconds * rate;
+                   std::abs(m_chunks.back().end(channels) - start) < kJoined &&
+                   m_chunks.back().frames(channels) < kChunkSeconds * rate;
     if (!extends) {
         m_chunks.push_back(Chunk{start, rate, {}});
     }
-    m_chunks.back().samples.insert(m_chunks.back().samples.end(), samples, samples + frames);
+    m_chunks.back().samples.insert(m_chunks.back().samples.end(), samples,
+                                   samples + std::size_t(frames) * channels);
 }
 
-const RenderHistory::Chunk* RenderHistory::chunkAt(double time) const {
+std::size_t RenderHistory::chunkAt(double time) const {
     auto after = std::upper_bound(m_chunks.begin(), m_chunks.end(), time,
                                   [](double t, const Chunk& c) { return t < c.start; });
     if (after == m_chunks.begin()) {
-        return nullptr;
+        return kNone;
     }
-    const Chunk& chunk = *std::prev(after);
-    return time < chunk.end() ? &chunk : nullptr;
+    std::size_t index = std::size_t(after - m_chunks.begin()) - 1;
+    return time < m_chunks[index].end(m_channels) ? index : kNone;
 }
 
-float RenderHistory::at(double time) const {
-    const Chunk* chunk = chunkAt(time);
-    if (!chunk) {
-        return 0.0f;
+// Where one chunk ends the next may begin a hair later: times are sums of floating-point
+// steps. Sound that follows without a gap is one line.
+const float* RenderHistory::frame(std::size_t chunk, std::size_t index) const {
+    const Chunk& c = m_chunks[chunk];
+    if (index < c.frames(m_channels)) {
+        return &c.samples[index * m_channels];
     }
-    double position = (time - chunk->start) * chunk->rate / 1e7;
+    if (index == c.frames(m_channels) && chunk + 1 < m_chunks.size() &&
+        std::abs(m_chunks[chunk + 1].start - c.end(m_channels)) < kJoined) {
+        return &m_chunks[chunk + 1].samples[0];
+    }
+    return nullptr;
+}
+
+void RenderHistory::at(double time, float* out) const {
+    std::fill(out, out + m_channels, 0.0f);
+    std::size_t chunk = chunkAt(time);
+    if (chunk == kNone) {
+        return;
+    }
+    double position = (time - m_chunks[chunk].start) * m_chunks[chunk].rate / 1e7;
     double whole = std::floor(position);
     double fraction = position - whole;
     std::size_t index = std::size_t(whole);
@@ -49,25 +71,21 @@ float RenderHistory::at(double time) const {
         ++index;
         fraction = 0.0;
     }
-    if (index >= chunk->samples.size()) {
-        return index == chunk->samples.size() ? at(chunk->end()) : 0.0f;
+    const float* here = frame(chunk, index);
+    if (!here) {
+        return;
     }
-    float here = chunk->samples[index];
-    if (fraction < kOnSample) {
-        return here;
+    const float* next = fraction < kOnSample ? nullptr : frame(chunk, index + 1);
+    for (std::uint32_t c = 0; c < m_channels; ++c) {
+        float after = next ? next[c] : 0.0f;
+        out[c] = fraction < kOnSample ? here[c] : float(here[c] + (after - here[c]) * fraction);
     }
-    float next = index + 1 < chunk->samples.size() ? chunk->samples[index + 1] : at(chunk->end());
-    return float(here + (next - here) * fraction);
 }
 
 void RenderHistory::forgetBefore(double time) {
-    while (!m_chunks.empty() && m_chunks.front().end() < time) {
+    while (!m_chunks.empty() && m_chunks.front().end(m_channels) < time) {
         m_chunks.pop_front();
     }
-}
-
-double RenderHistory::end() const {
-    return m_chunks.empty() ? 0.0 : m_chunks.back().end();
 }
 
 } // namespace sim

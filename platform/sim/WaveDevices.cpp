@@ -3,7 +3,7 @@
 // engine plays or fills, and it marks them done.
 //
 // Injected faults (operation, target endpoint id): waveOutOpen, waveInOpen, waveOutWrite,
-// waveInStart; the code injected is returned as the MMRESULT.
+// waveInAddBuffer, waveInStart; the code injected is returned as the MMRESULT.
 #include "platform/sim/WaveDevices.h"
 #include "platform/sim/AudioEngine.h"
 #include "platform/sim/Runtime.h"

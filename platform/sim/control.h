@@ -43,12 +43,18 @@ struct InitializeRequest {
     REFERENCE_TIME periodicity;
     HRESULT result;
 };
+// IAudioClient::Start takes this long on the platform's clock before the stream runs, as a
+// driver that is slow to start does; 0 (the default) starts at once.
+LIBAUDIO_PLATFORM_API void setStreamStartLatency(Hns latency);
 // The Initialize calls since the last call, oldest first.
 LIBAUDIO_PLATFORM_API std::vector<InitializeRequest> takeInitializeRequests();
 
 // Whether a stream of the endpoint is running and has something to play or fill: what a
 // listener in the room would hear.
 LIBAUDIO_PLATFORM_API bool isStreaming(const std::string& endpointId);
+// How often an audio client's render stream of the endpoint ran dry while it ran (the device
+// played silence) since the last call.
+LIBAUDIO_PLATFORM_API std::uint64_t takeRenderGlitches(const std::string& endpointId);
 
 struct PostedMessage {
     HWND window;

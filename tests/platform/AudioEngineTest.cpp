@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -158,6 +160,128 @@ TEST_F(AudioEngineTest, WaveDevicesRefuseMisuseAndHandBlocksBackDone) {
     EXPECT_EQ(MMRESULT(MMSYSERR_NOERROR), waveOutUnprepareHeader(out, &header, sizeof header));
     EXPECT_EQ(MMRESULT(MMSYSERR_NOERROR), waveOutClose(out));
     EXPECT_EQ(MMRESULT(MMSYSERR_INVALHANDLE), waveOutClose(out));
+}
+
+// A client whose Initialize got past its arguments and failed is spent, as on Windows; a
+// refused argument leaves it usable.
+TEST_F(AudioEngineTest, AFailedInitializeNeedsAFreshClient) {
+    WAVEFORMATEX format = pcm(2, 16), eightBit = pcm(2, 8);
+    CComPtr<IAudioClient> audio = client(kSpeakers);
+    EXPECT_EQ(E_POINTER,
+              audio->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 10 * kMs, 0, nullptr, nullptr));
+    EXPECT_EQ(AUDCLNT_E_UNSUPPORTED_FORMAT,
+              audio->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 10 * kMs, 0, &eightBit, nullptr));
+    EXPECT_EQ(AUDCLNT_E_ALREADY_INITIALIZED,
+              audio->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 10 * kMs, 0, &format, nullptr));
+    EXPECT_EQ(S_OK, client(kSpeakers)->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 10 * kMs, 0,
+                                                  &format, nullptr));
+}
+
+// A render client that is not refilled in time is heard as silence and counted, once per
+// shortage; one refilled before it runs dry is not.
+TEST_F(AudioEngineTest, ARenderBufferThatRunsDryIsAGlitch) {
+    WAVEFORMATEX format = pcm(2, 16);
+    CComPtr<IAudioClient> audio = client(kSpeakers);
+    ASSERT_EQ(S_OK,
+              audio->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 100 * kMs, 0, &format, nullptr));
+    CComPtr<IAudioRenderClient> render;
+    ASSERT_EQ(S_OK, audio->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&render)));
+    auto refill = [&] {
+        UINT32 frames = 0, queued = 0;
+        audio->GetBufferSize(&frames);
+        audio->GetCurrentPadding(&queued);
+        BYTE* data = nullptr;
+        ASSERT_EQ(S_OK, render->GetBuffer(frames - queued, &data));
+        ASSERT_EQ(S_OK, render->ReleaseBuffer(frames - queued, 0));
+    };
+    refill();
+    sim::takeRenderGlitches(kSpeakers);
+    ASSERT_EQ(S_OK, audio->Start());
+    for (int half = 0; half < 6; ++half) {
+        Sleep(50);
+        refill();
+    }
+    EXPECT_EQ(0u, sim::takeRenderGlitches(kSpeakers));
+    Sleep(110); // beyond the buffer
+    EXPECT_EQ(1u, sim::takeRenderGlitches(kSpeakers));
+    Sleep(200);
+    EXPECT_EQ(0u, sim::takeRenderGlitches(kSpeakers)) << "the same shortage";
+    refill();
+    Sleep(150);
+    EXPECT_EQ(1u, sim::takeRenderGlitches(kSpeakers));
+    EXPECT_EQ(S_OK, audio->Stop());
+}
+
+// Routes carry channels as the machine says: a crossed cable swaps them, and without a mix
+// each channel reaches its own.
+TEST_F(AudioEngineTest, RoutesCarryChannelsAsTheMachineDescribesThem) {
+    const char* machine = R"({
+        "name": "cables",
+        "adapters": [{"instance_id": "HDAUDIO\\FUNC_01&VEN_10EC&DEV_0269\\1"}],
+        "endpoints": [
+            {"id": "{0.0.0.00000000}.{00000000-0000-0000-0000-000000000001}"},
+            {"id": "{0.0.1.00000000}.{00000000-0000-0000-0000-000000000002}", "flow": "capture"},
+            {"id": "{0.0.1.00000000}.{00000000-0000-0000-0000-000000000003}", "flow": "capture"}
+        ],
+        "routes": [
+            {"render": "{0.0.0.00000000}.{00000000-0000-0000-0000-000000000001}",
+             "capture": "{0.0.1.00000000}.{00000000-0000-0000-0000-000000000002}"},
+            {"render": "{0.0.0.00000000}.{00000000-0000-0000-0000-000000000001}",
+             "capture": "{0.0.1.00000000}.{00000000-0000-0000-0000-000000000003}",
+             "channel_mix": [[0, 1], [1, 0]]}
+        ]})";
+    sim::installMachine(model::loadMachineJson(machine, "cables.json"));
+    const std::string out = "{0.0.0.00000000}.{00000000-0000-0000-0000-000000000001}";
+    WAVEFORMATEX format = pcm(2, 16);
+    CComPtr<IAudioClient> player = client(out);
+    ASSERT_EQ(S_OK,
+              player->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 100 * kMs, 0, &format, nullptr));
+    CComPtr<IAudioRenderClient> render;
+    ASSERT_EQ(S_OK, player->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&render)));
+    UINT32 frames = 0;
+    player->GetBufferSize(&frames);
+    BYTE* data = nullptr;
+    ASSERT_EQ(S_OK, render->GetBuffer(frames, &data));
+    for (UINT32 f = 0; f < frames; ++f) {
+        const std::int16_t left = 1000, right = -2000;
+        std::memcpy(data + f * 4, &left, 2);
+        std::memcpy(data + f * 4 + 2, &right, 2);
+    }
+    ASSERT_EQ(S_OK, render->ReleaseBuffer(frames, 0));
+
+    std::vector<CComPtr<IAudioClient>> recorders;
+    std::vector<CComPtr<IAudioCaptureClient>> captures;
+    for (const char* in : {"{0.0.1.00000000}.{00000000-0000-0000-0000-000000000002}",
+                           "{0.0.1.00000000}.{00000000-0000-0000-0000-000000000003}"}) {
+        CComPtr<IAudioClient> recorder = client(in);
+        ASSERT_EQ(S_OK, recorder->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 100 * kMs, 10 * kMs,
+                                             &format, nullptr));
+        CComPtr<IAudioCaptureClient> capture;
+        ASSERT_EQ(S_OK, recorder->GetService(IID_IAudioCaptureClient,
+                                             reinterpret_cast<void**>(&capture)));
+        ASSERT_EQ(S_OK, recorder->Start());
+        recorders.push_back(recorder);
+        captures.push_back(capture);
+    }
+    ASSERT_EQ(S_OK, player->Start());
+    Sleep(50);
+    const std::int16_t expected[2][2] = {{1000, -2000}, {-2000, 1000}};
+    for (int r = 0; r < 2; ++r) {
+        UINT32 got = 0;
+        DWORD flags = 0;
+        ASSERT_EQ(S_OK, captures[r]->GetBuffer(&data, &got, &flags, nullptr, nullptr));
+        std::int16_t heard[2];
+        std::memcpy(heard, data + (got - 1) * 4, 4); // the end of the first period
+        EXPECT_EQ(expected[r][0], heard[0]) << "route " << r;
+        EXPECT_EQ(expected[r][1], heard[1]) << "route " << r;
+        captures[r]->ReleaseBuffer(got);
+        recorders[r]->Stop();
+    }
+    player->Stop();
+
+    std::string badMix = machine;
+    badMix.replace(badMix.find("[[0, 1], [1, 0]]"), 16, "[[0, 2], [1, 0]]");
+    EXPECT_THROW(model::loadMachineJson(badMix, "cables.json"), model::LoadError);
 }
 
 } // namespace

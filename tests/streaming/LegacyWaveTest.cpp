@@ -22,7 +22,7 @@ libAudio::PCMTrack trackOf(libAudio::StaticPCMBuffer& buffer) {
 
 using WaveDeviceTest = StreamingTest;
 
-TEST_F(WaveDeviceTest, ABlockPlaysOnceOrLoopsUntilStopped) {
+TEST_F(WaveDeviceTest, ABlockPlaysOnceOrLoopsUntilStoppedAndIsHandedBack) {
     libAudio::StaticPCMBuffer played = tone(1000.0, 0.2);
     libAudio::PCMTrack track = trackOf(played);
     libAudio::WaveOut out;
@@ -32,12 +32,15 @@ TEST_F(WaveDeviceTest, ABlockPlaysOnceOrLoopsUntilStopped) {
     EXPECT_TRUE(waitFor([&] { return !out.stillPlaying(); }));
     EXPECT_TRUE(out.headerFlags() & WHDR_DONE);
     EXPECT_TRUE(out.stop());
+    EXPECT_FALSE(out.headerFlags() & WHDR_PREPARED);
 
     ASSERT_TRUE(out.start(true));
     Sleep(1000); // five times the block
     EXPECT_TRUE(out.stillPlaying());
     EXPECT_TRUE(out.stop());
     EXPECT_FALSE(out.stillPlaying());
+    EXPECT_FALSE(out.headerFlags() & WHDR_PREPARED);
+    EXPECT_FALSE(sim::isStreaming(kSpeakers));
     out.abort();
     EXPECT_FALSE(out.stillPlaying());
 }
@@ -55,6 +58,8 @@ TEST_F(WaveDeviceTest, ReopeningAnInputKeepsItAndClosingTwiceFails) {
     in.abort();
     EXPECT_FALSE(in.stillRecording()) << "an abort is seen at once";
     EXPECT_TRUE(in.stop());
+    EXPECT_FALSE(in.headerFlags() & WHDR_PREPARED);
+    EXPECT_FALSE(sim::isStreaming(kMicArray));
     EXPECT_TRUE(in.close());
     EXPECT_FALSE(in.close());
     EXPECT_TRUE(logged(log, kLog, kDebug, "Handle already closed"));
@@ -63,6 +68,63 @@ TEST_F(WaveDeviceTest, ReopeningAnInputKeepsItAndClosingTwiceFails) {
     empty.format = track.format;
     EXPECT_FALSE(libAudio::WaveIn().open(kMicArrayDevice, empty));
     EXPECT_TRUE(logged(log, kLog, kError, "Cannot operate on empty recording buffer"));
+}
+
+// An open clears an abort (an aborted output is opened afresh); the device closes when the
+// last copy lets go of it.
+TEST_F(WaveDeviceTest, OpenClearsAnAbortAndTheLastHolderClosesTheDevice) {
+    testsupport::LogCapture log;
+    libAudio::StaticPCMBuffer buffer = tone(1000.0, 0.1);
+    libAudio::PCMTrack track = trackOf(buffer);
+    {
+        libAudio::WaveOut out;
+        ASSERT_TRUE(out.open(kSpeakersDevice, track));
+        out.abort();
+        EXPECT_TRUE(out.open(kSpeakersDevice, track));
+        EXPECT_FALSE(out.isAborted());
+        EXPECT_EQ(1, testsupport::countOf(log, kLog, kInfo, "waveOutClose result = 0"));
+        libAudio::WaveOut copy(out);
+    }
+    EXPECT_EQ(2, testsupport::countOf(log, kLog, kInfo, "waveOutClose result = 0"));
+    {
+        libAudio::WaveIn in;
+        ASSERT_TRUE(in.open(kMicArrayDevice, track));
+        in.abort();
+        EXPECT_TRUE(in.open(kMicArrayDevice, track));
+        EXPECT_FALSE(in.isAborted());
+        libAudio::WaveIn copy(in);
+        EXPECT_EQ(0, testsupport::countOf(log, kLog, kInfo, "Closing wave input device."));
+    }
+    EXPECT_EQ(1, testsupport::countOf(log, kLog, kInfo, "Closing wave input device."));
+    EXPECT_EQ(1, testsupport::countOf(log, kLog, kInfo, "waveInClose result = 0"));
+}
+
+// Errors of the device come back; a recording that will not start is stopped again, and
+// start answers what that stop answers.
+TEST_F(WaveDeviceTest, DeviceErrorsAreReportedAndAFailedStartIsStopped) {
+    testsupport::LogCapture log;
+    libAudio::StaticPCMBuffer buffer = recording(0.1);
+    libAudio::PCMTrack track = trackOf(buffer);
+    libAudio::WaveOut out;
+    ASSERT_TRUE(out.open(kSpeakersDevice, track));
+    fault("waveOutWrite", kSpeakers, {MMSYSERR_NOMEM});
+    EXPECT_FALSE(out.start(false));
+    EXPECT_TRUE(logged(log, kLog, kInfo, "waveOutStart returns 7"));
+    EXPECT_FALSE(sim::isStreaming(kSpeakers));
+
+    libAudio::WaveIn in;
+    ASSERT_TRUE(in.open(kMicArrayDevice, track));
+    fault("waveInAddBuffer", kMicArray, {MMSYSERR_NOMEM});
+    EXPECT_FALSE(in.start());
+    EXPECT_EQ(1, countStarting(log, kLog, kError, "waveInAddBuffer fails with GetLastError() = "));
+    EXPECT_TRUE(in.stop());
+
+    fault("waveInStart", kMicArray, {MMSYSERR_ERROR});
+    EXPECT_TRUE(in.start()) << "the answer of the stop that follows the failed start";
+    EXPECT_TRUE(logged(log, kLog, kInfo, "waveInStart returns 1"));
+    EXPECT_EQ(2, testsupport::countOf(log, kLog, kInfo, "waveInUnprepareHeader returns 0"));
+    EXPECT_FALSE(in.headerFlags() & WHDR_PREPARED);
+    EXPECT_FALSE(sim::isStreaming(kMicArray));
 }
 
 using LegacyStreamTest = StreamingTest;
@@ -92,6 +154,67 @@ TEST_F(LegacyStreamTest, PlayModeTwoLoopsAnyOtherPlaysOnceAndAnAbortEndsTheWorke
     EXPECT_FALSE(sim::isStreaming(kSpeakers));
 }
 
+// The block's done flag ends playing at once, and the worker on its own. The caller's
+// callback holds the worker up meanwhile, so the two are seen apart.
+TEST_F(LegacyStreamTest, TheDoneFlagEndsPlayingAndTheWorker) {
+    testsupport::LogCapture log;
+    libAudio::StaticPCMBuffer played = tone(1000.0, 0.2);
+    libAudio::AudioRendererLegacyWave renderer;
+    renderer.initialize(device(kSpeakers), &played);
+    bool held = false;
+    ASSERT_TRUE(renderer.play(1, [&] {
+        if (!std::exchange(held, true)) {
+            Sleep(1000);
+        }
+        return false;
+    }));
+    Sleep(500);
+    EXPECT_FALSE(renderer.isStillPlaying());
+    EXPECT_TRUE(waitFor([&] { return logged(log, kLog, kDebug, "Stopping playback."); }));
+    EXPECT_TRUE(renderer.stop());
+    EXPECT_TRUE(logged(log, kLog, kDebug, "Thread exit code 0"));
+}
+
+// Copies share the worker: a stop through either ends it.
+TEST_F(LegacyStreamTest, ACopyStopsTheOneWorker) {
+    libAudio::StaticPCMBuffer played = tone(1000.0, 0.2);
+    libAudio::AudioRendererLegacyWave renderer;
+    renderer.initialize(device(kSpeakers), &played);
+    ASSERT_TRUE(renderer.play(libAudio::AudioRendererLegacyWave::LOOP, never()));
+    libAudio::AudioRendererLegacyWave copy(renderer);
+    EXPECT_TRUE(copy.stop());
+    EXPECT_FALSE(renderer.isStillPlaying());
+    EXPECT_FALSE(sim::isStreaming(kSpeakers));
+    EXPECT_TRUE(renderer.stop());
+}
+
+TEST_F(LegacyStreamTest, BadArgumentsAndDevicesThatWillNotStart) {
+    testsupport::LogCapture log;
+    libAudio::StaticPCMBuffer buffer = tone(1000.0, 0.2);
+    libAudio::AudioRendererLegacyWave renderer;
+    EXPECT_FALSE(renderer.initialize(nullptr, &buffer));
+    EXPECT_FALSE(renderer.initialize(device(kSpeakers), nullptr));
+    EXPECT_EQ(2,
+              testsupport::countOf(log, kLog, kError, "Invalid parameter passed to the function"));
+    libAudio::AudioCaptureLegacyWave capture;
+    EXPECT_FALSE(capture.initialize(device(kMicArray), nullptr));
+    EXPECT_TRUE(logged(log, kLog, kError, "Storage pointer is NULL"));
+
+    renderer.initialize(device(kSpeakers), &buffer);
+    fault("waveOutWrite", kSpeakers, {MMSYSERR_NOMEM});
+    ASSERT_TRUE(renderer.play(1, never()));
+    EXPECT_TRUE(waitFor([&] { return !renderer.isStillPlaying(); }));
+    EXPECT_TRUE(renderer.stop());
+    EXPECT_TRUE(logged(log, kLog, kDebug, "Thread exit code -1"));
+
+    ASSERT_TRUE(capture.initialize(device(kMicArray), &buffer));
+    fault("waveInAddBuffer", kMicArray, {MMSYSERR_NOMEM});
+    ASSERT_TRUE(capture.start(never()));
+    EXPECT_TRUE(capture.stop());
+    EXPECT_EQ(-1, capture.threadExitCode());
+    EXPECT_EQ(2, testsupport::countOf(log, kLog, kError, "Unable to start recording"));
+}
+
 TEST_F(LegacyStreamTest, TheHardTimeOutIsCutToOneAndAHalfTimesTheBufferLess) {
     testsupport::LogCapture log;
     libAudio::StaticPCMBuffer recorded = recording(1.0);
@@ -106,13 +229,16 @@ TEST_F(LegacyStreamTest, TheHardTimeOutIsCutToOneAndAHalfTimesTheBufferLess) {
     EXPECT_TRUE(
         logged(log, kLog, kDebug, "Waiting for recording to finish. Hard timeout = 1400 ms."));
 
-    // A time-out shorter than the recording ends it early, with the device left running.
+    // A time-out shorter than the recording ends the worker early and leaves the device
+    // recording, until the caller's stop.
     capture.setTimeout(300);
     recorded.resetWriteMarker();
     ASSERT_TRUE(capture.start(never()));
     EXPECT_EQ(300u, capture.timeout());
-    EXPECT_TRUE(waitFor([&] { return !capture.isStillRecording(); }));
-    capture.stop();
+    Sleep(500);
+    EXPECT_TRUE(sim::isStreaming(kMicArray));
+    EXPECT_TRUE(capture.stop());
+    EXPECT_FALSE(sim::isStreaming(kMicArray));
     EXPECT_EQ(128, capture.threadExitCode());
 
     // Without a sample rate the limit is 0: the recording ends at once.
@@ -124,6 +250,29 @@ TEST_F(LegacyStreamTest, TheHardTimeOutIsCutToOneAndAHalfTimesTheBufferLess) {
     EXPECT_TRUE(waitFor([&] { return !capture.isStillRecording(); }));
     capture.stop();
     EXPECT_EQ(128, capture.threadExitCode());
+}
+
+// Along a clean route the legacy classes carry every frame: the loop wraps exactly, and the
+// recording fills its buffer to the last block.
+TEST_F(CleanRouteTest, LegacyClassesCarryEveryFrame) {
+    libAudio::StaticPCMBuffer played = pattern(kLoopFrames);
+    libAudio::AudioRendererLegacyWave renderer;
+    renderer.initialize(device(m_out), &played);
+    ASSERT_TRUE(renderer.play(libAudio::AudioRendererLegacyWave::LOOP, never()));
+    libAudio::StaticPCMBuffer recorded = recording(0.5);
+    std::fill_n(recorded.pcmArray().data(), recorded.pcmArray().size(), 0x7F); // never heard
+    libAudio::AudioCaptureLegacyWave capture;
+    ASSERT_TRUE(capture.initialize(device(m_in), &recorded));
+    ASSERT_TRUE(capture.start(never()));
+    EXPECT_TRUE(waitFor([&] { return !capture.isStillRecording(); }));
+    EXPECT_TRUE(capture.stop());
+    EXPECT_TRUE(renderer.stop());
+    EXPECT_EQ(0, capture.threadExitCode());
+    for (unsigned int c : {0u, 1u}) {
+        LoopFollowed heard = followLoop(channelOf(recorded, c), channelOf(played, c));
+        EXPECT_EQ(0u, heard.mismatches) << "channel " << c;
+        EXPECT_EQ(0u, heard.wrapSilences) << "channel " << c;
+    }
 }
 
 } // namespace

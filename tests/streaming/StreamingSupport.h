@@ -2,11 +2,14 @@
 // platform on virtual time, tones, and what a recording measures.
 #pragma once
 
+#include "libAudio/AudioCapture.h"
 #include "libAudio/PCMSupport.h"
 #include "libAudio/SignalAnalysis.h"
 #include "libAudio/StaticPCMBuffer.h"
 #include "platform/CComPtr.h"
+#include "platform/model/Finish.h"
 #include "platform/model/JsonLoader.h"
+#include "platform/model/MachineBuilder.h"
 #include "platform/sim/Runtime.h"
 #include "platform/sim/control.h"
 #include "platform/win32.h"
@@ -15,13 +18,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
-#include <cmath>
 #include <cctype>
 #include <chrono>
-#include <thread>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace streaming {
@@ -47,6 +51,7 @@ protected:
     void TearDown() override {
         sim::holdVirtualTime(false);
         sim::clearFaults();
+        sim::setStreamStartLatency(0);
     }
 
     static CComPtr<IMMDevice> device(const std::string& id) {
@@ -113,5 +118,134 @@ inline double sineLevel(unsigned int peak) {
 }
 
 using testsupport::logged;
+
+// Records whose text begins with prefix: for texts that end in a value the test cannot know.
+inline int countStarting(const testsupport::LogCapture& log, const std::string& logger,
+                         int priority, const std::string& prefix) {
+    std::vector<std::string> all = testsupport::messages(log, logger, priority);
+    return int(std::count_if(all.begin(), all.end(),
+                             [&](const std::string& text) { return text.rfind(prefix, 0) == 0; }));
+}
+
+// A frame value of a pattern that no shift of itself matches, different in each channel and
+// never 0, so that silence cannot pass for it: odd values from -9999 to 9999.
+inline std::int16_t patternValue(unsigned int frame, unsigned int channel) {
+    unsigned int step = channel ? 7907 : 7919;
+    return std::int16_t(int((frame * step + channel * 3331) % 10000) * 2 - 9999);
+}
+
+// Frames of a looped pattern that fill a device buffer exactly (whole 128-byte blocks of
+// 16-bit stereo) and that no refill of half a buffer divides: refills cross its end.
+constexpr unsigned int kLoopFrames = 4576;
+
+// A 16-bit pattern of frames frames.
+inline libAudio::StaticPCMBuffer pattern(unsigned int frames, unsigned int channels = 2) {
+    WAVEFORMATEX format{};
+    libAudio::createWaveformatEx(channels, 16, 48000, format);
+    WAVEFORMATEXTENSIBLE extensible{};
+    extensible.Format = format;
+    libAudio::StaticPCMBuffer buffer;
+    buffer.initialize(frames, extensible);
+    for (unsigned int frame = 0; frame < frames; ++frame) {
+        for (unsigned int c = 0; c < channels; ++c) {
+            std::int16_t value = patternValue(frame, c);
+            std::memcpy(buffer.pcmArray().data() + (frame * channels + c) * 2, &value, 2);
+        }
+    }
+    return buffer;
+}
+
+// One channel's samples of a 16-bit buffer.
+inline std::vector<std::int16_t> channelOf(const libAudio::StaticPCMBuffer& buffer,
+                                           unsigned int channel) {
+    std::vector<std::int16_t> out;
+    const unsigned int align = buffer.format().Format.nBlockAlign;
+    const qel::Buffer<unsigned char>& bytes = buffer.pcmArray();
+    for (std::size_t at = channel * 2; align && at + 2 <= bytes.size(); at += align) {
+        std::int16_t value;
+        std::memcpy(&value, bytes.data() + at, 2);
+        out.push_back(value);
+    }
+    return out;
+}
+
+// How a recording follows a looped pattern.
+struct LoopFollowed {
+    std::size_t leadingSilence = 0; // frames before the pattern was heard
+    std::size_t mismatches = 0;     // frames that do not continue it
+    std::size_t wrapSilences = 0;   // silent frames where a refill crossed the pattern's end
+    std::size_t rounds = 0;         // times the pattern's end went by
+};
+
+// Follows heard through loop. Where the renderer's refill crosses the end of its buffer, its
+// block arithmetic delivers one silent frame at the end and drops one frame further on;
+// that is its defined behaviour, and all that is forgiven.
+inline LoopFollowed followLoop(const std::vector<std::int16_t>& heard,
+                               const std::vector<std::int16_t>& loop) {
+    LoopFollowed result;
+    std::size_t i = 0;
+    while (i < heard.size() && heard[i] == 0) {
+        ++i;
+    }
+    result.leadingSilence = i;
+    if (i == heard.size()) {
+        return result;
+    }
+    auto first = std::find(loop.begin(), loop.end(), heard[i]);
+    if (first == loop.end()) {
+        result.mismatches = heard.size() - i;
+        return result;
+    }
+    const std::size_t n = loop.size();
+    std::size_t next = std::size_t(first - loop.begin());
+    bool owesDrop = false;
+    for (; i < heard.size(); ++i) {
+        if (heard[i] == loop[next % n]) {
+            result.rounds += ++next % n == 0;
+        } else if (heard[i] == 0 && next % n == 0 && !owesDrop) {
+            ++result.wrapSilences;
+            owesDrop = true;
+        } else if (owesDrop && heard[i] == loop[(next + 1) % n]) {
+            next += 2;
+            result.rounds += next % n <= 1;
+            owesDrop = false;
+        } else {
+            ++result.mismatches;
+        }
+    }
+    return result;
+}
+
+// A machine whose one route carries every sample unchanged, channel to channel: 0 dB, no
+// delay, no audible noise.
+class CleanRouteTest : public StreamingTest {
+protected:
+    void SetUp() override {
+        StreamingTest::SetUp();
+        m_out = model::generatedEndpointId(model::Flow::Render, 0);
+        m_in = model::generatedEndpointId(model::Flow::Capture, 1);
+        sim::installMachine(model::MachineBuilder("clean")
+                                .adapter("HDAUDIO\\FUNC_01&VEN_10EC&DEV_0269\\1", "Codec")
+                                .endpoint(model::Flow::Render, "Speakers", model::Speakers)
+                                .endpoint(model::Flow::Capture, "Line In", model::LineLevel)
+                                .route(m_out, m_in)
+                                .build());
+    }
+
+    // Records seconds of channels channels while play() runs.
+    libAudio::StaticPCMBuffer recordDuring(double seconds, unsigned int channels,
+                                           const std::function<void()>& play) {
+        libAudio::StaticPCMBuffer recorded = recording(seconds, channels);
+        libAudio::AudioCaptureEx capture(device(m_in), &recorded);
+        EXPECT_TRUE(capture.start(never()));
+        play();
+        EXPECT_TRUE(waitFor([&] { return !capture.isStillRecording(); }));
+        EXPECT_EQ(0, capture.threadExitCode());
+        return recorded;
+    }
+
+    std::string m_out;
+    std::string m_in;
+};
 
 } // namespace streaming
