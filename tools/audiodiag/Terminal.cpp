@@ -28,7 +28,8 @@ std::string shownLine;
 
 void eraseShownLine() {
     if (!shownLine.empty()) {
-        std::fprintf(stderr, "\r%s\r", std::string(shownLine.size(), ' ').c_str());
+        // Two more: the terminal echoes a Ctrl-C ("^C") after the line.
+        std::fprintf(stderr, "\r%s\r", std::string(shownLine.size() + 2, ' ').c_str());
     }
 }
 
