@@ -16,6 +16,9 @@ public:
     WaveFile& operator=(const WaveFile& other);
     ~WaveFile();
 
+    // Reads the file, replacing what an earlier load read. On failure the format is what was
+    // read of this file and the bytes are empty; a data chunk shorter than it announces
+    // fails too, keeping what arrived in a zero-filled buffer of the announced size.
     bool loadFile(const qel::String& path);
     WAVEFORMATEXTENSIBLE waveFormat() const { return m_format; }
     const qel::Buffer<unsigned char>& pcmData() const { return m_pcm; }

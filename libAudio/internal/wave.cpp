@@ -5,10 +5,17 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <vector>
 
 namespace {
 QEL_DEFINE_UNIT_LOGGER("libAudio.wave")
+
+// A data chunk can announce up to 4 GiB. Zeros for bytes that the file does not hold are
+// refused beyond this many, like an allocation that fails: a corrupt or truncated header
+// must not make us commit gigabytes for nothing. A cut-off recording has that much missing
+// only after more than 90 minutes of 48 kHz 24-bit stereo.
+constexpr std::uint64_t kMaxMissingDataBytes = std::uint64_t(1) << 30;
 
 constexpr FOURCC idOf(const char (&text)[5]) {
     return mmioFOURCC(text[0], text[1], text[2], text[3]);
@@ -57,6 +64,17 @@ std::uint64_t readAll(HMMIO file, unsigned char* out, std::uint64_t count) {
         done += std::uint64_t(got);
     }
     return done;
+}
+
+// Replaces the bytes with count zeros; false, leaving no bytes, when they cannot be had.
+bool allocateZeroed(qel::Buffer<unsigned char>& bytes, std::uint64_t count) {
+    bytes.release();
+    try {
+        bytes.resize(count);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 } // namespace
@@ -139,11 +157,16 @@ bool WaveFile::loadFile(const qel::String& path) {
         QEL_LOG_AT(PRIORITY_ERROR, 163, "Cannot find wave data chunk");
         return false;
     }
-    // A size field larger than the file gets only what the file holds: a corrupt header
-    // must not make us allocate gigabytes.
-    std::uint64_t storage = std::min<std::uint64_t>(chunk.cksize, bytesLeft(h));
-    m_pcm.resize(storage);
-    return readAll(h, m_pcm.data(), storage) == chunk.cksize;
+    // The buffer has the announced size even when the file ends early: what arrived, then
+    // zeros. When it cannot be had the load fails with nothing kept of the data.
+    const std::uint64_t announced = chunk.cksize;
+    const std::uint64_t missing = announced - std::min(announced, bytesLeft(h));
+    if (missing > kMaxMissingDataBytes || !allocateZeroed(m_pcm, announced)) {
+        QEL_ERROR("Cannot allocate ", announced, " bytes for the wave data chunk of ", path,
+                  " (the file holds ", announced - missing, ")");
+        return false;
+    }
+    return readAll(h, m_pcm.data(), announced) == announced;
 }
 
 bool WaveFile::nthAudioBlock(unsigned int n, qel::Array<unsigned char>& out) const {

@@ -6,12 +6,32 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
+
+#include <sys/resource.h>
 
 namespace {
 
 using namespace audiotest;
+
+// Caps this process's address space at what it uses now plus headroom.
+void limitAddressSpaceToCurrentPlus(rlim_t headroom) {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    rlim_t used = 0;
+    while (std::getline(status, line)) {
+        if (line.rfind("VmSize:", 0) == 0) {
+            used = rlim_t(std::stoull(line.substr(7))) * 1024; // in kB
+        }
+    }
+    rlimit limit{used + headroom, used + headroom};
+    if (used == 0 || setrlimit(RLIMIT_AS, &limit) != 0) {
+        std::_Exit(3);
+    }
+}
 
 const char* const kReader = "libAudio.wave";
 const char* const kWriter = "libAudio.pcmsupport";
@@ -183,19 +203,74 @@ TEST_F(WaveFiles, ReaderRefusesMalformedFilesWithTaggedMessages) {
     }
 }
 
-TEST_F(WaveFiles, ShortDataChunkFailsQuietlyKeepingWhatWasRead) {
+TEST_F(WaveFiles, ShortDataChunkFailsQuietlyKeepingWhatArrivedInTheAnnouncedSize) {
     const std::string pcm16 = fmtFields(1, 2, 48000, 16);
-    // The second size would ask for 4 GB; only what the file holds may be allocated.
-    for (std::uint32_t sizeField : {8u, 0xFFFFFFF0u}) {
+    const std::string good = dir.write("good.wav", wav(pcm16, counting(40)));
+    for (std::uint32_t sizeField : {8u, 1003u, 4096u * 1024u}) {
         std::string path = dir.write(
             "short.wav", riffWave(chunk("fmt ", pcm16) + chunk("data", "abcd", sizeField)));
         testsupport::LogCapture log;
         WaveFile w;
+        ASSERT_TRUE(load(w, good));
         EXPECT_FALSE(load(w, path)) << sizeField;
         EXPECT_TRUE(log.texts(kReader, kError).empty()) << sizeField;
-        EXPECT_LE(w.audioByteSize(), 8u) << sizeField;
-        EXPECT_EQ(bytesOf(w.pcmData()).substr(0, 4), "abcd") << sizeField;
+        EXPECT_EQ(w.audioByteSize(), sizeField);
+        EXPECT_EQ(w.numBlocks(), sizeField / 4);
+        EXPECT_EQ(bytesOf(w.pcmData()), "abcd" + std::string(sizeField - 4, '\0')) << sizeField;
     }
+}
+
+// A size whose zeros are refused fails with a record and keeps nothing of the data, neither
+// this file's nor an earlier load's; the format is what was read, as after any failure.
+TEST_F(WaveFiles, DataChunkThatCannotBeAllocatedFailsCleanly) {
+    const std::string good = dir.write("good.wav", wav(extensibleFmt(22, 3), counting(40)));
+    for (std::uint32_t sizeField : {0xFFFFFFF0u, 0x40000000u + 5u}) {
+        std::string path = dir.write("huge.wav", riffWave(chunk("fmt ", fmtFields(1, 1, 8000, 16)) +
+                                                          chunk("data", "abcd", sizeField)));
+        WaveFile w;
+        ASSERT_TRUE(load(w, good));
+        testsupport::LogCapture log;
+        EXPECT_FALSE(load(w, path));
+        EXPECT_EQ(untagged(log, kReader, kError),
+                  std::vector<std::string>{"Cannot allocate " + std::to_string(sizeField) +
+                                           " bytes for the wave data chunk of " + path +
+                                           " (the file holds 4)"});
+        EXPECT_EQ(w.audioByteSize(), 0u);
+        EXPECT_EQ(w.numBlocks(), 0u);
+        EXPECT_EQ(w.pcmData().data(), nullptr);
+        EXPECT_EQ(fields(w.waveFormat().Format), (Fields{1, 1, 8000, 16000, 2, 16, 0}));
+        EXPECT_EQ(w.waveFormat().dwChannelMask, 0u);
+    }
+}
+
+// Memory that the system refuses is a clean failure as well, not an exception.
+TEST_F(WaveFiles, DataChunkBeyondTheAddressSpaceFailsCleanly) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers' allocators need the address space this test takes away";
+#endif
+    // 512 MiB announced, 4 bytes present: within what a short chunk may have padded.
+    const std::uint32_t sizeField = 512u << 20;
+    const std::string path =
+        dir.write("big.wav", riffWave(chunk("fmt ", fmtFields(1, 1, 8000, 16)) +
+                                      chunk("data", "abcd", sizeField)));
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            limitAddressSpaceToCurrentPlus(64u << 20);
+            testsupport::LogCapture log;
+            WaveFile w;
+            bool loaded = true;
+            try {
+                loaded = load(w, path);
+            } catch (...) {
+                std::_Exit(2);
+            }
+            std::vector<std::string> errors = untagged(log, kReader, kError);
+            bool clean = !loaded && w.audioByteSize() == 0 && errors.size() == 1 &&
+                         errors[0].rfind("Cannot allocate 536870912 bytes", 0) == 0;
+            std::_Exit(clean ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(WaveFiles, NthAudioBlockReturnsChannelsTimesBlockBytes) {
