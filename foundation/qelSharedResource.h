@@ -3,6 +3,7 @@
 // changed under a mutex (1) or plainly (0).
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <type_traits>
 #include <utility>
@@ -27,13 +28,16 @@ public:
     virtual ~SharedResourceManagerCommonBase() = default;
 };
 
+// No mutex, but an atomic count: a device copied out of a sound card's list on one thread
+// shares its volume controller's count with the list entry the notification thread
+// releases.
 class SharedResourceManagerUnlockedBase : public SharedResourceManagerCommonBase {
 public:
-    void addRef() { ++m_count; }
-    long releaseRef() { return --m_count; }
+    void addRef() { m_count.fetch_add(1, std::memory_order_relaxed); }
+    long releaseRef() { return m_count.fetch_sub(1, std::memory_order_acq_rel) - 1; }
 
 private:
-    long m_count = 1;
+    std::atomic<long> m_count{1};
 };
 
 class SharedResourceManagerLockedBase : public SharedResourceManagerCommonBase {

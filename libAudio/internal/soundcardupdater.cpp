@@ -192,8 +192,11 @@ const SoundCard::DeviceList Updater::selectDeviceList(const AudioDevice& device)
         playback = m_playbackDevices;
         record = m_recordDevices;
     }
+    // A device whose flow cannot be read any more was removed while it was being read.
     EDataFlow flow = eAll;
-    device.dataFlow(flow);
+    if (!device.dataFlow(flow)) {
+        return DeviceList();
+    }
     return flow == eRender ? playback : record;
 }
 
@@ -209,7 +212,9 @@ const SoundCard::ObserverList Updater::selectObserver(const AudioDevice& device)
         record = m_recordObservers;
     }
     EDataFlow flow = eAll;
-    device.dataFlow(flow);
+    if (!device.dataFlow(flow)) {
+        return ObserverList();
+    }
     return flow == eRender ? playback : record;
 }
 
@@ -219,10 +224,13 @@ void Updater::selectTarget(const qel::String& id, AudioDevice& device, DeviceLis
     if (device.isInitialized()) {
         list = selectDeviceList(device);
         observers = selectObserver(device);
-        return;
+        if (!list.isEmpty()) {
+            return;
+        }
     }
-    // The platform no longer knows the endpoint (it was removed): it belongs to the list
-    // that holds it, which is where its instance path and flow once put it.
+    // An endpoint the platform no longer knows, or no longer fully (it was removed while it
+    // was being read), belongs to the list that holds it: its instance path and flow put it
+    // there. An endpoint of another adapter is in no list.
     std::lock_guard lock(m_state->lists);
     if (!m_playbackDevices.isEmpty() && holds(*m_playbackDevices, id)) {
         list = m_playbackDevices;

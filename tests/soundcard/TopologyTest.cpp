@@ -66,7 +66,7 @@ TEST(ConnectorMapTest, LaptopCodecAndDisplayAudio) {
                                                 {kHeadphones, "Headphones"},
                                                 {kMicArray, "Microphone Array"},
                                                 {kHeadsetMic, "Headset Microphone"},
-                                                {kHdmi, "DELL U2415"}};
+                                                {kHdmi, "Monitor 24"}};
     // The endpoints' connectors, playback first, then the codec filter's pins in index
     // order. Pins are wired back to their endpoints; inside the filter the playback pins
     // share the DAC and the microphones the ADC.
@@ -87,8 +87,8 @@ TEST(ConnectorMapTest, LaptopCodecAndDisplayAudio) {
     // second internal device through the first.
     SoundCard intel = cardOf(cards, kIntel);
     EXPECT_EQ(describe(intel, names), (std::vector<EntryText>{
-                                          {"DELL U2415 (endpoint)", "HDMI Out", {}},
-                                          {"HDMI Out", "DELL U2415 (endpoint)", {"Wave In"}},
+                                          {"Monitor 24 (endpoint)", "HDMI Out", {}},
+                                          {"HDMI Out", "Monitor 24 (endpoint)", {"Wave In"}},
                                           {"Wave In", "Wave Out", {"HDMI Out"}},
                                           {"Wave Out", "Wave In", {"Playback"}},
                                           {"Playback", "", {"Wave Out"}},
