@@ -6,7 +6,8 @@
 #include "platform/sim/TopologyAccess.h"
 
 #include <cctype>
-#include <regex>
+#include <algorithm>
+#include <string_view>
 
 namespace sim {
 
@@ -40,15 +41,32 @@ std::string utf8(LPCWSTR text) {
     return out;
 }
 
+bool isHex(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
+}
+
+bool isGuidText(std::string_view text) {
+    return text.size() == 38 && text.front() == '{' && text.back() == '}' && text[9] == '-' &&
+           text[14] == '-' && text[19] == '-' && text[24] == '-' && isHex(text.substr(1, 8)) &&
+           isHex(text.substr(10, 4)) && isHex(text.substr(15, 4)) && isHex(text.substr(20, 4)) &&
+           isHex(text.substr(25, 12));
+}
+
 // The two forms of id Windows hands out: an endpoint's "{0.0.F.XXXXXXXX}.{GUID}" and an
 // adapter device's "{N}.\\?\<device interface path>". An unknown id of either form names a
 // device that is not there (E_NOTFOUND); anything else is not an id at all (E_INVALIDARG).
-bool wellFormedId(const std::string& id) {
-    static const std::regex endpoint(
-        R"(\{0\.0\.[01]\.[0-9A-Fa-f]{8}\}\.\{[0-9A-Fa-f]{8}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-)"
-        R"([0-9A-Fa-f]{4}-[0-9A-Fa-f]{12}\})");
-    static const std::regex adapter(R"(\{[0-9]+\}\.\\\\\?\\.+)");
-    return std::regex_match(id, endpoint) || std::regex_match(id, adapter);
+bool wellFormedId(std::string_view id) {
+    constexpr std::string_view render = "{0.0.0.", capture = "{0.0.1.", path = "\\\\?\\";
+    if (id.starts_with(render) || id.starts_with(capture)) {
+        return id.size() == 17 + 38 && isHex(id.substr(7, 8)) && id.substr(15, 2) == "}." &&
+               isGuidText(id.substr(17));
+    }
+    std::size_t close = id.find("}.");
+    return id.starts_with('{') && close != std::string_view::npos && close > 1 &&
+           std::all_of(id.begin() + 1, id.begin() + long(close),
+                       [](char c) { return std::isdigit(static_cast<unsigned char>(c)); }) &&
+           id.substr(close + 2).starts_with(path) && id.size() > close + 2 + path.size();
 }
 
 class Enumerator final : public ComObject<Enumerator, IMMDeviceEnumerator> {

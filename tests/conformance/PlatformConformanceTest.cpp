@@ -704,6 +704,10 @@ TEST_P(Platform, DeviceIdsAreJudgedByTheirForm) {
         EXPECT_EQ(expected, enumerator->GetDevice(wide(id).c_str(), &device)) << id;
         EXPECT_EQ(nullptr, device);
     }
+    const std::string endless(200000, '#');
+    CComPtr<IMMDevice> none;
+    EXPECT_EQ(E_INVALIDARG, enumerator->GetDevice(wide(endless).c_str(), &none));
+    EXPECT_EQ(E_NOTFOUND, enumerator->GetDevice(wide("{2}.\\\\?\\" + endless).c_str(), &none));
 }
 
 // Requests that change nothing still succeed: a state mask of no state selects no endpoint
