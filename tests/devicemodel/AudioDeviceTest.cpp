@@ -477,10 +477,12 @@ TEST_F(AudioDeviceTest, CompatibleFormatsAreTheCandidatesTheClientTakesExactly) 
     std::vector<std::string> listed;
     for (const WAVEFORMATEX& f : formats) {
         listed.push_back(formatText(f));
-        EXPECT_EQ(f.wFormatTag, WAVE_FORMAT_PCM);
-        EXPECT_EQ(f.cbSize, 0);
-        EXPECT_EQ(f.nBlockAlign, f.nChannels * f.wBitsPerSample / 8);
-        EXPECT_EQ(f.nAvgBytesPerSec, f.nBlockAlign * f.nSamplesPerSec);
+        // By value: the fields of the packed record are not aligned.
+        const unsigned align = unsigned(f.nChannels) * f.wBitsPerSample / 8;
+        EXPECT_EQ(std::make_tuple(unsigned(f.wFormatTag), unsigned(f.cbSize),
+                                  unsigned(f.nBlockAlign), unsigned(f.nAvgBytesPerSec)),
+                  std::make_tuple(unsigned(WAVE_FORMAT_PCM), 0u, align,
+                                  align * unsigned(f.nSamplesPerSec)));
     }
     const std::vector<std::string> all = {"1ch 16bit 44100", "1ch 16bit 96000", "1ch 24bit 44100",
                                           "1ch 24bit 96000", "2ch 16bit 44100", "2ch 16bit 96000",
