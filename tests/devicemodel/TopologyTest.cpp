@@ -5,6 +5,7 @@
 #include "libAudio/AudioDeviceTopology.h"
 
 #include <functional>
+#include <optional>
 #include <utility>
 
 namespace devicemodel {
@@ -97,62 +98,36 @@ TEST_F(TopologyTest, ListsConnectorsAndSubunitsInIndexOrder) {
 // Every way of reaching the filter's topology gives the whole of it, including a rebuild
 // from a part of the topology itself, which clearing would otherwise free or drop.
 TEST_F(TopologyTest, EveryWayToTheSameTopologyListsAllOfIt) {
-    using Make = std::function<AudioDeviceTopology()>;
-    auto rebuilt = [this](const std::function<bool(AudioDeviceTopology&)>& rebuild) {
-        AudioDeviceTopology t(partnerOf(kEndpoint));
-        EXPECT_TRUE(rebuild(t));
-        return t;
+    using Made = std::optional<AudioDeviceTopology>;
+    auto check = [](const char* way, const std::function<bool(Made&)>& make) {
+        SCOPED_TRACE(way);
+        Made t;
+        EXPECT_TRUE(make(t));
+        EXPECT_EQ(utf8(t->deviceOwner()), "filter");
+        EXPECT_EQ(globalIds(*t), kFilterParts);
     };
-    const std::vector<std::pair<std::string, Make>> ways{
-        {"connector",
-         [] {
-             return AudioDeviceTopology(partnerOf(kEndpoint));
-         }},
-        {"connector component",
-         [] {
-             return AudioDeviceTopology(AudioComponent<IConnector>(partnerOf(kEndpoint)));
-         }},
-        {"subunit",
-         [] {
-             AudioDeviceTopology other(partnerOf(kEndpoint));
-             return AudioDeviceTopology(other.subunit()[1].component());
-         }},
-        {"copy",
-         [] {
-             AudioDeviceTopology other(partnerOf(kEndpoint));
-             return AudioDeviceTopology(other);
-         }},
-        {"assignment",
-         [] {
-             AudioDeviceTopology other(partnerOf(kEndpoint)), t;
-             t = other;
-             return t;
-         }},
-        {"own connector",
-         [&] {
-             return rebuilt([](auto& t) { return t.initialize(t.connector()[3].component()); });
-         }},
-        {"own subunit",
-         [&] {
-             return rebuilt([](auto& t) { return t.initialize(t.subunit()[1].component()); });
-         }},
-        {"own topology",
-         [&] {
-             return rebuilt([](auto& t) { return t.initialize(t.topology()); });
-         }},
-        {"own topology assigned", [&] {
-             return rebuilt([](auto& t) {
-                 t = t.topology();
-                 return t.isInitialized();
-             });
-         }}};
-    for (const auto& [name, make] : ways) {
-        SCOPED_TRACE(name);
-        AudioDeviceTopology t = make();
-        EXPECT_TRUE(t.isInitialized());
-        EXPECT_EQ(utf8(t.deviceOwner()), "filter");
-        EXPECT_EQ(globalIds(t), kFilterParts);
-    }
+    const AudioDeviceTopology filter(partnerOf(kEndpoint));
+    auto own = [](Made& t) -> AudioDeviceTopology& {
+        return t.emplace(partnerOf(kEndpoint));
+    };
+    auto connector = [] {
+        return AudioComponent<IConnector>(partnerOf(kEndpoint));
+    };
+
+    check("connector", [&](Made& t) { return own(t).isInitialized(); });
+    check("component", [&](Made& t) { return t.emplace(connector()).isInitialized(); });
+    check("subunit",
+          [&](Made& t) { return t.emplace(filter.subunit()[1].component()).isInitialized(); });
+    check("copy", [&](Made& t) { return t.emplace(filter).isInitialized(); });
+    check("assignment", [&](Made& t) { return (t.emplace() = filter).isInitialized(); });
+    check("own connector",
+          [&](Made& t) { return own(t).initialize(t->connector()[3].component()); });
+    check("own subunit", [&](Made& t) { return own(t).initialize(t->subunit()[1].component()); });
+    check("own topology", [&](Made& t) { return own(t).initialize(t->topology()); });
+    check("own topology assigned", [&](Made& t) {
+        own(t);
+        return (*t = t->topology()).isInitialized();
+    });
 }
 
 TEST_F(TopologyTest, PartsThatCannotBeFetchedAreLoggedAndLeftOut) {
