@@ -296,13 +296,13 @@ std::optional<double> Recorder::recentLevel(double recorded) const {
     const WAVEFORMATEX& format = m_buffer->format().Format;
     // The legacy device hands over what it has with some delay: leave its latest period out.
     const double end = m_api == StreamApi::Legacy ? recorded - 0.05 : recorded;
-    const double window = 0.1;
-    if (end < window || format.nSamplesPerSec == 0) {
+    const std::uint64_t window = format.nSamplesPerSec / 10;
+    const std::uint64_t last = std::min<std::uint64_t>(
+        std::uint64_t(std::max(end, 0.0) * format.nSamplesPerSec), m_buffer->numBlocks());
+    if (window == 0 || last < window) {
         return std::nullopt;
     }
-    const auto last = std::uint64_t(end * format.nSamplesPerSec);
-    const auto first = last - std::uint64_t(window * format.nSamplesPerSec);
-    return levelOfBlocks(*m_buffer, first, std::min<std::uint64_t>(last, m_buffer->numBlocks()));
+    return levelOfBlocks(*m_buffer, last - window, last);
 }
 
 void Recorder::stop() {
