@@ -128,6 +128,13 @@ struct AudioEngine::Stream {
         }
         return frames;
     }
+    // A stopped device plays nothing more: what it had read ahead is not heard.
+    void halt(Hns time) {
+        if (running && setup.render) {
+            history.forgetFrom(timeOf(framesAt(time)));
+        }
+        running = false;
+    }
     bool holdsTime() const {
         return running && !closed && (render ? render->active() : capture->active());
     }
@@ -179,6 +186,7 @@ HRESULT AudioEngine::open(const StreamSetup& setup, std::shared_ptr<RenderFeed> 
 }
 
 void AudioEngine::close(StreamId id) {
+    catchUp();
     {
         std::lock_guard lock(m_mutex);
         auto it = m_state->streams.find(id);
@@ -186,7 +194,7 @@ void AudioEngine::close(StreamId id) {
             return;
         }
         // Kept while its sound may still travel a route; forgotten by a later pass.
-        it->second.running = false;
+        it->second.halt(m_state->now);
         it->second.closed = true;
         it->second.render.reset();
         it->second.capture.reset();
@@ -221,7 +229,7 @@ void AudioEngine::stop(StreamId id) {
         std::lock_guard lock(m_mutex);
         auto it = m_state->streams.find(id);
         if (it != m_state->streams.end()) {
-            it->second.running = false;
+            it->second.halt(m_state->now);
         }
     }
     Clock::instance().ownersChanged();

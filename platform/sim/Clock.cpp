@@ -10,8 +10,9 @@ namespace sim {
 namespace {
 
 // How long a waiting thread gives a stream's thread that is busy elsewhere before time
-// moves on without it.
-constexpr auto kOwnerGrace = std::chrono::milliseconds(50);
+// moves on without it. Long enough that a thread merely slowed down (a loaded machine, a
+// sanitizer) is not left behind: that would starve its stream.
+constexpr auto kOwnerGrace = std::chrono::milliseconds(250);
 constexpr auto kBriefly = std::chrono::milliseconds(1);
 
 std::chrono::steady_clock::time_point origin() {

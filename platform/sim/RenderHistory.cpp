@@ -88,4 +88,15 @@ void RenderHistory::forgetBefore(double time) {
     }
 }
 
+void RenderHistory::forgetFrom(double time) {
+    while (!m_chunks.empty() && m_chunks.back().start >= time - kOnSample) {
+        m_chunks.pop_back();
+    }
+    if (!m_chunks.empty() && m_chunks.back().end(m_channels) > time) {
+        Chunk& last = m_chunks.back();
+        double keep = std::max(0.0, std::round((time - last.start) * last.rate / 1e7));
+        last.samples.resize(std::min(last.samples.size(), std::size_t(keep) * m_channels));
+    }
+}
+
 } // namespace sim

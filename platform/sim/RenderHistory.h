@@ -20,6 +20,8 @@ public:
     std::uint32_t channels() const { return m_channels; }
     // Forgets what ended before time.
     void forgetBefore(double time);
+    // Forgets what would play from time on.
+    void forgetFrom(double time);
     bool empty() const { return m_chunks.empty(); }
 
 private:

@@ -66,13 +66,11 @@ TEST_F(ClientRendererTest, ADeviceInUseIsTriedInSharedModeWithTheSameDuration) {
     fault("Initialize", kSpeakers, {AUDCLNT_E_DEVICE_IN_USE});
     libAudio::AudioRendererEx renderer(device(kSpeakers), &played);
     std::vector<sim::InitializeRequest> requests = sim::takeInitializeRequests();
-    ASSERT_GE(requests.size(), 3u);
+    ASSERT_GE(requests.size(), 2u);
+    EXPECT_EQ(AUDCLNT_SHAREMODE_EXCLUSIVE, requests[0].mode);
     EXPECT_EQ(AUDCLNT_SHAREMODE_SHARED, requests[1].mode);
     EXPECT_EQ(requests[0].duration, requests[1].duration);
-    // 16-bit PCM is not the shared engine's mix format: the retry in exclusive mode wins.
-    EXPECT_EQ(AUDCLNT_E_UNSUPPORTED_FORMAT, requests[1].result);
     EXPECT_EQ(S_OK, requests.back().result);
-    EXPECT_EQ(AUDCLNT_SHAREMODE_EXCLUSIVE, requests.back().mode);
 }
 
 struct Refusal {
@@ -199,7 +197,7 @@ TEST_F(CleanRouteTest, ALoopKeepsItsChannelsAndWrapsWithoutAGlitch) {
     EXPECT_EQ(0u, sim::takeRenderGlitches(m_out));
     for (unsigned int c : {0u, 1u}) {
         LoopFollowed heard = followLoop(channelOf(recorded, c), channelOf(played, c));
-        EXPECT_EQ(0u, heard.leadingSilence) << "channel " << c;
+        EXPECT_LE(heard.leadingSilence, 1u) << "channel " << c; // it may begin at a wrap
         EXPECT_EQ(0u, heard.mismatches) << "channel " << c;
         EXPECT_GE(heard.rounds, 4u) << "channel " << c;
         EXPECT_LE(heard.wrapSilences, heard.rounds) << "channel " << c;

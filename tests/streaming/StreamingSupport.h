@@ -198,16 +198,24 @@ inline LoopFollowed followLoop(const std::vector<std::int16_t>& heard,
     }
     const std::size_t n = loop.size();
     std::size_t next = std::size_t(first - loop.begin());
-    bool owesDrop = false;
+    bool owesDrop = true;      // the recording may begin between a wrap's silence and its drop
+    bool silenceTaken = false; // at the wrap ahead
+    auto advance = [&](std::size_t frames) {
+        for (; frames > 0; --frames) {
+            if (++next % n == 0) {
+                ++result.rounds;
+                silenceTaken = false;
+            }
+        }
+    };
     for (; i < heard.size(); ++i) {
         if (heard[i] == loop[next % n]) {
-            result.rounds += ++next % n == 0;
-        } else if (heard[i] == 0 && next % n == 0 && !owesDrop) {
+            advance(1);
+        } else if (heard[i] == 0 && next % n == 0 && !silenceTaken) {
             ++result.wrapSilences;
-            owesDrop = true;
+            silenceTaken = owesDrop = true;
         } else if (owesDrop && heard[i] == loop[(next + 1) % n]) {
-            next += 2;
-            result.rounds += next % n <= 1;
+            advance(2);
             owesDrop = false;
         } else {
             ++result.mismatches;
