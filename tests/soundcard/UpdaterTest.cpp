@@ -135,7 +135,15 @@ TEST_F(HotPlugTest, CopiesRegisteringSeparatelyShareOneRegistration) {
     SoundCard first(codec), second(codec);
     CountingObserver a, b;
     Registration ra(first, Registration::Playback, a);
+    // The platform would refuse a second registration: the copy does not ask for one.
+    sim::addFault(model::Fault{"RegisterEndpointNotificationCallback", "", {E_FAIL}, false});
     Registration rb(second, Registration::Playback, b);
+    EXPECT_TRUE(second.isRegisteredForNotifications());
+    SoundCard usb = cardOf(cards, laptop::kUsb);
+    CountingObserver c;
+    Registration rc(usb, Registration::Record, c);
+    EXPECT_FALSE(usb.isRegisteredForNotifications());
+    sim::clearFaults();
     ASSERT_TRUE(plug(renderId(4), Flow::Render, laptop::kRealtek));
     sim::waitForNotifications();
     // Registered twice, the updater would have stored the endpoint twice and told each
@@ -143,6 +151,20 @@ TEST_F(HotPlugTest, CopiesRegisteringSeparatelyShareOneRegistration) {
     EXPECT_EQ(playbackIds(codec), (Ids{laptop::kSpeakers, laptop::kHeadphones, renderId(4)}));
     EXPECT_EQ(a.added, 1);
     EXPECT_EQ(b.added, 1);
+}
+
+TEST_F(HotPlugTest, AnEndpointWhoseFlowCannotBeReadIsNotFiled) {
+    CountingObserver playback, record;
+    Registration p(codec, Registration::Playback, playback);
+    Registration r(codec, Registration::Record, record);
+    // Removed while it was being read: it opens, but says no more what it is.
+    sim::addFault(model::Fault{"GetDataFlow", renderId(9), {E_FAIL}, true});
+    ASSERT_TRUE(plug(renderId(9), Flow::Render, laptop::kRealtek));
+    sim::waitForNotifications();
+    sim::clearFaults();
+    EXPECT_EQ(playbackIds(codec), (Ids{laptop::kSpeakers, laptop::kHeadphones}));
+    EXPECT_EQ(recordIds(codec), (Ids{laptop::kMicArray, laptop::kHeadsetMic}));
+    EXPECT_EQ(playback.total() + record.total(), 0);
 }
 
 TEST_F(HotPlugTest, AStateChangeForAnEndpointTheCardMissedFails) {
