@@ -62,6 +62,10 @@ public:
         CComPtr<IAudioMute> mute;
         GUID subtype;
         qel::String name;
+        // The volume node itself and its mute node (an empty part when there is none), so
+        // that a caller can tell the nodes apart by name.
+        AudioPart volumeNode;
+        AudioPart muteNode;
     };
 
     // One connector of the card's signal graph and the entries it is joined to. When
@@ -114,6 +118,9 @@ public:
     bool parentId(qel::String& parent) const;
     // The adapter's name as its endpoints report it; empty when the card has none.
     qel::String friendlyName() const;
+    // The adapter's bus as its endpoints report it ("HDAUDIO", "USB", "ROOT"); empty when the
+    // card has no endpoints.
+    qel::String enumeratorName() const;
     // Cards are equal when their ids are, ignoring case.
     bool operator==(const SoundCard& other) const;
     // The endpoint id (ignoring case) is a playback, record or internal device of the card.
@@ -171,6 +178,9 @@ public:
     qel::Uint32 recordingMux(qel::Array<CComPtr<IAudioInputSelector>>& selectors);
     // The same with each selector's node, device and inputs; returns the number appended.
     qel::Uint32 inputSelectors(qel::Array<InputSelector>& selectors) const;
+    // Makes selector.inputs[input] the selected input and records it in selector.selected.
+    // False, nothing changed, when there is no such input or the platform refuses.
+    static bool selectInput(InputSelector& selector, qel::Uint32 input);
 
     // The connector map, built once when the card was enumerated.
     const qel::Array<ConnectorEntry>& connectorMap() const { return m_connectorMap; }
@@ -302,5 +312,9 @@ enum class CardLookup { Found, NotFound, Ambiguous };
 // several cards, or a prefix of several, is ambiguous.
 LIBAUDIO_API CardLookup findSoundCard(const qel::Array<SoundCard>& cards, const qel::String& name,
                                       qel::Uint32& index);
+// The same, with the indices of the cards the name fits in matches (appended): the one card
+// found, or every card that makes the name ambiguous.
+LIBAUDIO_API CardLookup findSoundCard(const qel::Array<SoundCard>& cards, const qel::String& name,
+                                      qel::Array<qel::Uint32>& matches);
 
 } // namespace libAudio

@@ -168,6 +168,19 @@ qel::String SoundCard::friendlyName() const {
     return qel::String();
 }
 
+qel::String SoundCard::enumeratorName() const {
+    QEL_TRACE_SCOPE("SoundCard::enumeratorName");
+    std::lock_guard lock(m_state->lists);
+    for (const DeviceList* list : {&m_recordDevices, &m_playbackDevices}) {
+        for (const AudioDevice& device : **list) {
+            if (!device.deviceProperty().enumeratorName.empty()) {
+                return device.deviceProperty().enumeratorName;
+            }
+        }
+    }
+    return qel::String();
+}
+
 bool SoundCard::createSoundCard(const qel::String& id, SoundCard& card,
                                 bool registerForNotifications) {
     QEL_TRACE_SCOPE("SoundCard::createSoundCard");
@@ -249,18 +262,30 @@ qel::Array<qel::String> namesOf(const SoundCard& card) {
     return names;
 }
 
-CardLookup pick(const qel::Array<qel::Uint32>& matches, qel::Uint32& index) {
-    if (matches.size() == 1) {
-        index = matches[0];
+CardLookup pick(const qel::Array<qel::Uint32>& found, qel::Array<qel::Uint32>& matches) {
+    for (qel::Uint32 index : found) {
+        matches.append(index);
+    }
+    if (found.size() == 1) {
         return CardLookup::Found;
     }
-    return matches.empty() ? CardLookup::NotFound : CardLookup::Ambiguous;
+    return found.empty() ? CardLookup::NotFound : CardLookup::Ambiguous;
 }
 
 } // namespace
 
 CardLookup findSoundCard(const qel::Array<SoundCard>& cards, const qel::String& name,
                          qel::Uint32& index) {
+    qel::Array<qel::Uint32> matches;
+    CardLookup result = findSoundCard(cards, name, matches);
+    if (result == CardLookup::Found) {
+        index = matches[0];
+    }
+    return result;
+}
+
+CardLookup findSoundCard(const qel::Array<SoundCard>& cards, const qel::String& name,
+                         qel::Array<qel::Uint32>& matches) {
     QEL_TRACE_SCOPE("libAudio::findSoundCard");
     if (name.empty()) {
         return CardLookup::NotFound;
@@ -281,7 +306,7 @@ CardLookup findSoundCard(const qel::Array<SoundCard>& cards, const qel::String& 
             prefixed.append(i);
         }
     }
-    return exact.empty() ? pick(prefixed, index) : pick(exact, index);
+    return exact.empty() ? pick(prefixed, matches) : pick(exact, matches);
 }
 
 } // namespace libAudio

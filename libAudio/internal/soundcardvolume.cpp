@@ -75,11 +75,12 @@ bool SoundCard::volumeControllerFromList(
         volumeNode.outgoingPartsList(neighbours);
         hasMute = partFromList(neighbours, KSNODETYPE_MUTE, muteNode);
     }
-    if (hasMute) {
-        activate(muteNode.part(), controller.mute);
+    if (hasMute && activate(muteNode.part(), controller.mute)) {
+        controller.muteNode = muteNode;
     }
     controller.subtype = connector.part().subType();
     controller.name = connector.part().name();
+    controller.volumeNode = volumeNode;
     controllers.append(controller);
     return true;
 }
@@ -177,4 +178,24 @@ qel::Uint32 SoundCard::inputSelectors(qel::Array<InputSelector>& selectors) cons
         selectors.append(found);
     });
     return selectors.size() - before;
+}
+
+bool SoundCard::selectInput(InputSelector& selector, qel::Uint32 input) {
+    QEL_TRACE_SCOPE("SoundCard::selectInput");
+    if (!selector.selector || input >= selector.inputs.size()) {
+        return false;
+    }
+    // The selector names its inputs by the local ids of the parts that link into it.
+    UINT localId = 0;
+    CComPtr<IPart> part = selector.inputs[input].part();
+    if (!part || FAILED(part->GetLocalId(&localId))) {
+        return false;
+    }
+    HRESULT hr = selector.selector->SetSelection(localId, nullptr);
+    if (FAILED(hr)) {
+        QEL_LOG_AT(PRIORITY_ERROR, 730, "SetSelection returns ", soundcardunit::code(hr));
+        return false;
+    }
+    selector.selected = std::int32_t(input);
+    return true;
 }

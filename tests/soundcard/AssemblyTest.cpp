@@ -274,5 +274,52 @@ TEST(FindSoundCardTest, ByTheNamesAPersonKnows) {
     }
 }
 
+TEST(FindSoundCardTest, TheCardsANameFits) {
+    installBundled("laptop");
+    qel::Array<SoundCard> cards = SoundCard::enumerateSystemSoundDevices(false);
+    using libAudio::CardLookup;
+    auto matching = [&](const std::string& name, CardLookup expected) {
+        qel::Array<qel::Uint32> matches;
+        matches.append(99); // kept: the matches are appended
+        EXPECT_EQ(libAudio::findSoundCard(cards, text(name), matches), expected) << name;
+        std::vector<qel::Uint32> out(matches.begin(), matches.end());
+        return out;
+    };
+    EXPECT_EQ(matching(laptop::kPciParent, CardLookup::Ambiguous),
+              (std::vector<qel::Uint32>{99, 0, 2}));
+    EXPECT_EQ(matching("{1}.", CardLookup::Ambiguous), (std::vector<qel::Uint32>{99, 0, 1, 2, 3}));
+    EXPECT_EQ(matching("USB HEADSET", CardLookup::Found), (std::vector<qel::Uint32>{99, 1}));
+    EXPECT_EQ(matching("nothing", CardLookup::NotFound), std::vector<qel::Uint32>{99});
+}
+
+TEST(FindSoundCardTest, AnExactNameBeatsALongerOne) {
+    model::MachineBuilder b("two");
+    b.adapter("USB\\VID_1111&PID_0001\\1", "USB Audio").endpoint(Flow::Render, "Speakers");
+    b.adapter("USB\\VID_1111&PID_0002\\1", "USB Audio Device").endpoint(Flow::Render, "Speakers");
+    sim::installMachine(b.build());
+    qel::Array<SoundCard> cards = SoundCard::enumerateSystemSoundDevices(false);
+    ASSERT_EQ(cards.size(), 2u);
+    qel::Uint32 index = 99;
+    EXPECT_EQ(libAudio::findSoundCard(cards, text("usb audio"), index),
+              libAudio::CardLookup::Found);
+    EXPECT_EQ(index, 0u);
+    EXPECT_EQ(libAudio::findSoundCard(cards, text("usb audio d"), index),
+              libAudio::CardLookup::Found);
+    EXPECT_EQ(index, 1u);
+    EXPECT_EQ(libAudio::findSoundCard(cards, text("usb au"), index),
+              libAudio::CardLookup::Ambiguous);
+}
+
+TEST(AssemblyTest, EachCardsBus) {
+    installBundled("laptop");
+    qel::Array<SoundCard> cards = SoundCard::enumerateSystemSoundDevices(false);
+    std::vector<std::string> buses;
+    for (const SoundCard& card : cards) {
+        buses.push_back(utf8(card.enumeratorName()));
+    }
+    EXPECT_EQ(buses, (std::vector<std::string>{"HDAUDIO", "USB", "HDAUDIO", "ROOT"}));
+    EXPECT_TRUE(SoundCard().enumeratorName().empty());
+}
+
 } // namespace
 } // namespace soundcard

@@ -426,5 +426,60 @@ TEST(InputSelectorTest, OnlyInternalDevicesAreSearched) {
               std::vector<std::string>{"705 Number of internal devices = 0"});
 }
 
+TEST_F(ChainTest, EachControllerNamesItsOwnNodes) {
+    qel::Array<SoundCard::VolumeController> controllers;
+    ASSERT_EQ(card.volumeController(endpoint(speakers), controllers), 5u);
+    // Playback and Loop both sit beside Pre Volume, which has no mute.
+    const std::pair<std::string, std::string> expected[] = {{"Out Volume", "Out Mute"},
+                                                            {"Bridge Volume", "Bridge Mute"},
+                                                            {"Source Volume", "Source Mute"},
+                                                            {"Pre Volume", ""},
+                                                            {"Pre Volume", ""}};
+    for (qel::Uint32 i = 0; i < controllers.size(); ++i) {
+        SCOPED_TRACE(utf8(controllers[i].name));
+        EXPECT_EQ(utf8(controllers[i].volumeNode.name()), expected[i].first);
+        EXPECT_TRUE(controllers[i].volumeNode.subType() == KSNODETYPE_VOLUME);
+        EXPECT_EQ(utf8(controllers[i].muteNode.name()), expected[i].second);
+        EXPECT_EQ(controllers[i].muteNode.part() != nullptr, controllers[i].mute != nullptr);
+    }
+}
+
+TEST(InputSelectorTest, SelectingAnInputByItsPlaceAmongTheInputs) {
+    installBundled("desktop");
+    qel::Array<SoundCard> cards = SoundCard::enumerateSystemSoundDevices(false);
+    SoundCard codec = cardOf(cards, desktop::kRealtek);
+    qel::Array<SoundCard::InputSelector> found;
+    ASSERT_EQ(codec.inputSelectors(found), 1u);
+    ASSERT_EQ(found[0].inputs.size(), 3u);
+
+    EXPECT_TRUE(SoundCard::selectInput(found[0], 2));
+    EXPECT_EQ(found[0].selected, 2);
+    // The platform holds the choice: a fresh reading shows the front microphone.
+    qel::Array<SoundCard::InputSelector> again;
+    codec.inputSelectors(again);
+    EXPECT_EQ(again[0].selected, 2);
+
+    // No such input: refused, the choice kept.
+    EXPECT_FALSE(SoundCard::selectInput(found[0], 3));
+    EXPECT_EQ(found[0].selected, 2);
+    SoundCard::InputSelector none;
+    EXPECT_FALSE(SoundCard::selectInput(none, 0));
+
+    // An input whose link into the selector is gone is refused by the platform.
+    sim::withMachine([](model::Machine& m) {
+        for (model::TopologyDevice& device : m.devices) {
+            std::erase_if(device.links, [&](const model::Link& link) {
+                const model::Part* from = device.findPart(link.from);
+                return from && from->name == "Line In Mute";
+            });
+        }
+    });
+    LogCapture log;
+    EXPECT_FALSE(SoundCard::selectInput(found[0], 1));
+    EXPECT_EQ(found[0].selected, 2);
+    EXPECT_EQ(numbered(log, kCardLog, kError),
+              std::vector<std::string>{"730 SetSelection returns 0x80070057"});
+}
+
 } // namespace
 } // namespace soundcard
