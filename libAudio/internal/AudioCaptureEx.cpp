@@ -9,6 +9,9 @@
 #include "libAudio/internal/AudioClientSupport.h"
 #include "libAudio/internal/Worker.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 QEL_DEFINE_UNIT_LOGGER("libAudio.AudioCaptureEx")
 
@@ -18,6 +21,20 @@ std::uint64_t spaceLeft(const libAudio::StaticPCMBuffer* pcm) {
         return 0;
     }
     return pcm->pcmArray().size() - pcm->writeMarker();
+}
+
+// A packet flagged silent is silence whatever its bytes hold: a driver need not clear them.
+void fillSilence(libAudio::StaticPCMBuffer* pcm, UINT32 frames) {
+    const WAVEFORMATEX& format = pcm->format().Format;
+    if (format.nBlockAlign == 0) {
+        return;
+    }
+    const std::uint64_t blocks = std::min<std::uint64_t>(
+        frames, (spaceLeft(pcm) + format.nBlockAlign - 1) / format.nBlockAlign);
+    // 8-bit PCM is unsigned: its silence is the middle of the range.
+    const unsigned char silence = format.wBitsPerSample == 8 ? 0x80 : 0x00;
+    std::vector<unsigned char> quiet(std::size_t(blocks) * format.nBlockAlign, silence);
+    pcm->fillDataBlocks(quiet.data(), unsigned(blocks));
 }
 } // namespace
 
@@ -268,7 +285,7 @@ bool AudioCaptureEx::startClient() {
 }
 
 // Moves the next packet to the PCM buffer's write marker, as much of it as fits; the whole
-// packet is released. Silent and discontinuous packets are copied as they stand.
+// packet is released. Discontinuous packets are copied as they stand.
 bool AudioCaptureEx::takePacket(bool logPositions) {
     BYTE* data = nullptr;
     UINT32 frames = 0;
@@ -281,7 +298,11 @@ bool AudioCaptureEx::takePacket(bool logPositions) {
         return false;
     }
     if (spaceLeft(m_pcm) != 0) {
-        m_pcm->fillDataBlocks(data, frames);
+        if (flags & AUDCLNT_BUFFERFLAGS_SILENT) {
+            fillSilence(m_pcm, frames);
+        } else {
+            m_pcm->fillDataBlocks(data, frames);
+        }
     }
     m_captureClient->ReleaseBuffer(frames);
     if (logPositions) {

@@ -212,7 +212,8 @@ unsigned int AudioDevice::waveLegacyDeviceID() const {
 
 // Asks device `deviceNumber` for the id of its endpoint and compares it with ours.
 bool AudioDevice::legacyIdMatches(EDataFlow flow, unsigned int deviceNumber, bool& stop) const {
-    ULONG size = 0;
+    // winmm writes the size as wide as a pointer (Microsoft's own sample passes a size_t).
+    DWORD_PTR size = 0;
     unsigned int result = waveMessage(flow, deviceNumber, DRV_QUERYFUNCTIONINSTANCEIDSIZE,
                                       reinterpret_cast<DWORD_PTR>(&size), 0);
     if (result != MMSYSERR_NOERROR) {
@@ -232,7 +233,7 @@ bool AudioDevice::legacyIdMatches(EDataFlow flow, unsigned int deviceNumber, boo
         QEL_ERROR("waveMessage returns an error ", result);
         return false;
     }
-    qel::String id = qel::String::fromUnits(buffer.get(), size / 2);
+    qel::String id = qel::String::fromUnits(buffer.get(), std::uint32_t(size / 2));
     qel::String terminated(id.getUCS2Buffer()); // stop at the first terminator
     return terminated == m_properties.deviceId;
 }

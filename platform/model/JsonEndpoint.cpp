@@ -107,6 +107,8 @@ StreamTraits readStreamTraits(const std::optional<Object>& o) {
     traits.bits = readNumbers(*o, "bits", 8, 32);
     traits.channels = readNumbers(*o, "channels", 1, kMaxChannels);
     traits.alignmentBytes = o->integer("alignment_bytes", traits.alignmentBytes, 1, 65536);
+    traits.exclusiveAllowed = o->flag("exclusive_mode_allowed", traits.exclusiveAllowed);
+    traits.exclusivePriority = o->flag("exclusive_mode_priority", traits.exclusivePriority);
     return traits;
 }
 
@@ -167,9 +169,9 @@ Endpoint readEndpoint(const Json& value, const Where& where) {
         e.muted = volume->flag("muted", false);
     }
     e.topologyDevice = o.text("topology_device");
-    e.stream =
-        readStreamTraits(o.object("stream", {"default_period_ms", "minimum_period_ms", "rates",
-                                             "bits", "channels", "alignment_bytes"}));
+    e.stream = readStreamTraits(o.object(
+        "stream", {"default_period_ms", "minimum_period_ms", "rates", "bits", "channels",
+                   "alignment_bytes", "exclusive_mode_allowed", "exclusive_mode_priority"}));
     readOverrides(o, e);
     return e;
 }

@@ -165,6 +165,11 @@ struct StreamTraits {
     std::vector<std::uint32_t> bits;
     std::vector<std::uint32_t> channels;
     std::uint32_t alignmentBytes = 128; // exclusive-mode buffers are whole DMA blocks
+    // The endpoint's "Allow applications to take exclusive control of this device".
+    bool exclusiveAllowed = true;
+    // Its "Give exclusive mode applications priority": an exclusive stream cuts off the
+    // shared streams of the endpoint instead of being refused while they play.
+    bool exclusivePriority = true;
     bool operator==(const StreamTraits&) const = default;
 };
 

@@ -85,6 +85,12 @@ MachineBuilder& MachineBuilder::muted(bool muted) {
     return *this;
 }
 
+MachineBuilder& MachineBuilder::exclusiveMode(bool allowed, bool priority) {
+    lastEndpoint().stream.exclusiveAllowed = allowed;
+    lastEndpoint().stream.exclusivePriority = priority;
+    return *this;
+}
+
 MachineBuilder& MachineBuilder::property(const PropertyKey& key,
                                          std::optional<PropertyValue> value) {
     lastEndpoint().propertyOverrides[key] = std::move(value);

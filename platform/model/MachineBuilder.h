@@ -40,6 +40,9 @@ public:
                            std::uint32_t bits = 16);
     MachineBuilder& volume(std::vector<float> levelsDb, VolumeRange range = {});
     MachineBuilder& muted(bool muted = true);
+    // The endpoint's exclusive-mode settings: whether applications may take it exclusively,
+    // and whether they then cut off the shared streams playing on it.
+    MachineBuilder& exclusiveMode(bool allowed, bool priority = true);
     // nullopt makes the property missing.
     MachineBuilder& property(const PropertyKey& key, std::optional<PropertyValue> value);
     // The endpoint's own topology device: its id, one SoftwareFixed connector (local id 0).

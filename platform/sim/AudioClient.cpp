@@ -84,8 +84,11 @@ public:
         }
         std::optional<SampleFormat> sample = SampleFormat::from(format);
         bool exclusive = mode == AUDCLNT_SHAREMODE_EXCLUSIVE;
+        if (exclusive && !info->traits.exclusiveAllowed) {
+            return AUDCLNT_E_EXCLUSIVE_MODE_NOT_ALLOWED;
+        }
         if (!sample ||
-            (exclusive ? !supportsExclusive(*info, *sample) : !isMixFormat(*info, *sample))) {
+            (exclusive ? !supportsExclusive(*info, *sample) : !supportsShared(*info, *sample))) {
             return AUDCLNT_E_UNSUPPORTED_FORMAT;
         }
         BufferRequest request{exclusive, (flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0, duration,
@@ -135,8 +138,9 @@ public:
         }
         AudioEngine& engine = AudioEngine::instance();
         engine.catchUp();
+        // A capture stream's padding is all it holds, however many packets that is.
         *frames = engine.locked([&] {
-            return m_state->render ? m_state->ring->padding() : m_state->queue->nextPacketFrames();
+            return m_state->render ? m_state->ring->padding() : m_state->queue->queuedFrames();
         });
         return S_OK;
     }
@@ -161,16 +165,19 @@ public:
         }
         std::optional<SampleFormat> sample = SampleFormat::from(format);
         if (mode == AUDCLNT_SHAREMODE_EXCLUSIVE) {
+            if (!info->traits.exclusiveAllowed) {
+                return AUDCLNT_E_EXCLUSIVE_MODE_NOT_ALLOWED; // whatever the format
+            }
             return sample && supportsExclusive(*info, *sample) ? S_OK
                                                                : AUDCLNT_E_UNSUPPORTED_FORMAT;
         }
         if (!sample) {
             return AUDCLNT_E_UNSUPPORTED_FORMAT;
         }
-        if (isMixFormat(*info, *sample)) {
+        if (supportsShared(*info, *sample)) {
             return S_OK;
         }
-        // The shared engine would take the mix format instead.
+        // Another rate or channel count: the shared engine would take the mix format instead.
         *closest = taskCopy(mixFormat(*info));
         return *closest ? S_FALSE : E_OUTOFMEMORY;
     }
@@ -268,14 +275,14 @@ public:
     }
 
     HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE event) override {
+        if (!event) {
+            return E_INVALIDARG; // before the stream's own state is looked at
+        }
         if (!m_state->initialized) {
             return AUDCLNT_E_NOT_INITIALIZED;
         }
         if (!(m_state->flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK)) {
             return AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED;
-        }
-        if (!event) {
-            return E_INVALIDARG;
         }
         m_state->event = event;
         AudioEngine::instance().setEvent(m_state->stream, event);

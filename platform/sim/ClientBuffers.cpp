@@ -6,6 +6,11 @@
 
 namespace sim {
 
+namespace {
+// Not silence in any sample format: 8-bit PCM reads it as 37, 16-bit as -23131.
+constexpr std::uint8_t kStaleByte = 0xA5;
+} // namespace
+
 RenderRing::RenderRing(const SampleFormat& format, std::uint32_t frames)
     : m_format(format), m_capacity(frames), m_ring(std::size_t(frames) * format.blockAlign) {}
 
@@ -30,6 +35,9 @@ HRESULT RenderRing::getBuffer(std::uint32_t frames, BYTE** data) {
     if (m_pending) {
         return AUDCLNT_E_OUT_OF_ORDER;
     }
+    if (frames == 0) {
+        return S_OK; // nothing to hand out, and nothing to release after it
+    }
     if (frames > m_capacity - padding()) {
         return AUDCLNT_E_BUFFER_TOO_LARGE;
     }
@@ -42,7 +50,7 @@ HRESULT RenderRing::getBuffer(std::uint32_t frames, BYTE** data) {
 
 HRESULT RenderRing::releaseBuffer(std::uint32_t frames, DWORD flags) {
     if (!m_pending) {
-        return AUDCLNT_E_OUT_OF_ORDER;
+        return frames == 0 ? S_OK : AUDCLNT_E_OUT_OF_ORDER;
     }
     if (frames > m_requested) {
         return AUDCLNT_E_INVALID_SIZE;
@@ -91,6 +99,11 @@ void CaptureQueue::push(const float* samples, std::uint32_t frames, std::uint64_
         m_filling.frames += run;
         done += run;
         if (m_filling.frames == m_packetFrames) {
+            // A driver that flags a packet silent need not clear it: the flag alone says
+            // what it holds. Its bytes here are what a DMA buffer kept from earlier use.
+            if (m_filling.flags & AUDCLNT_BUFFERFLAGS_SILENT) {
+                std::fill(m_filling.bytes.begin(), m_filling.bytes.end(), kStaleByte);
+            }
             // A device may flag a packet whose sound it has in full: the flag alone.
             if (injectedFault("DataDiscontinuity", m_endpoint)) {
                 m_filling.flags |= AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY;
@@ -123,11 +136,11 @@ HRESULT CaptureQueue::getBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT6
         return E_POINTER;
     }
     *data = nullptr;
+    if (m_pending) {
+        return AUDCLNT_E_OUT_OF_ORDER; // the packet's numbers are left as they were
+    }
     *frames = 0;
     *flags = 0;
-    if (m_pending) {
-        return AUDCLNT_E_OUT_OF_ORDER;
-    }
     if (m_packets.empty()) {
         return AUDCLNT_S_BUFFER_EMPTY;
     }
@@ -151,7 +164,8 @@ HRESULT CaptureQueue::getBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT6
 
 HRESULT CaptureQueue::releaseBuffer(std::uint32_t frames) {
     if (!m_pending) {
-        return AUDCLNT_E_OUT_OF_ORDER;
+        // Releasing none is what follows an empty GetBuffer.
+        return frames == 0 ? S_OK : AUDCLNT_E_OUT_OF_ORDER;
     }
     if (frames != 0 && frames != m_packets.front().frames) {
         return AUDCLNT_E_INVALID_SIZE;

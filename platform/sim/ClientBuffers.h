@@ -43,6 +43,8 @@ public:
               bool silent) override;
 
     std::uint32_t nextPacketFrames() const;
+    // Every frame waiting to be read, in all packets.
+    std::uint32_t queuedFrames() const { return std::uint32_t(m_queuedFrames); }
     HRESULT getBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64* position, UINT64* time);
     HRESULT releaseBuffer(std::uint32_t frames);
     bool pending() const { return m_pending; }

@@ -33,7 +33,10 @@ MMRESULT functionInstanceMessage(const std::string& id, UINT message, DWORD_PTR 
         if (!param1) {
             return MMSYSERR_INVALPARAM;
         }
-        *reinterpret_cast<ULONG*>(param1) = bytes;
+        // A count as wide as a pointer, as winmm writes it on every platform: a caller
+        // that passes a 32-bit variable on 64-bit Windows has its stack overrun.
+        const DWORD_PTR count = bytes;
+        std::memcpy(reinterpret_cast<void*>(param1), &count, sizeof count);
         return MMSYSERR_NOERROR;
     }
     if (message == DRV_QUERYFUNCTIONINSTANCEID) {

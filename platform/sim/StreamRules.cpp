@@ -61,9 +61,9 @@ WAVEFORMATEXTENSIBLE mixFormat(const EndpointStreamInfo& endpoint) {
     return mix;
 }
 
-bool isMixFormat(const EndpointStreamInfo& endpoint, const SampleFormat& format) {
-    WAVEFORMATEXTENSIBLE mix = mixFormat(endpoint);
-    return SampleFormat::from(&mix.Format) == format;
+bool supportsShared(const EndpointStreamInfo& endpoint, const SampleFormat& format) {
+    const WAVEFORMATEX& device = endpoint.deviceFormat.Format;
+    return format.rate == device.nSamplesPerSec && format.channels == device.nChannels;
 }
 
 HRESULT layoutBuffer(const EndpointStreamInfo& endpoint, const SampleFormat& format,

@@ -23,7 +23,9 @@ std::optional<EndpointStreamInfo> streamInfo(const std::string& endpointId);
 bool supportsExclusive(const EndpointStreamInfo& endpoint, const SampleFormat& format);
 // The shared-mode engine's format: the device's rate and channels as 32-bit float.
 WAVEFORMATEXTENSIBLE mixFormat(const EndpointStreamInfo& endpoint);
-bool isMixFormat(const EndpointStreamInfo& endpoint, const SampleFormat& format);
+// The engine converts sample types but not rates or channel counts: a shared-mode stream
+// may be integer PCM of any depth or float, at the mix format's rate and channel count.
+bool supportsShared(const EndpointStreamInfo& endpoint, const SampleFormat& format);
 
 struct BufferRequest {
     bool exclusive = false;

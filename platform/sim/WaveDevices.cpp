@@ -6,6 +6,7 @@
 // waveInAddBuffer, waveInStart; the code injected is returned as the MMRESULT.
 #include "platform/sim/WaveDevices.h"
 #include "platform/sim/AudioEngine.h"
+#include "platform/sim/DefaultEndpoints.h"
 #include "platform/sim/Runtime.h"
 #include "platform/sim/StreamRules.h"
 
@@ -23,6 +24,11 @@ namespace {
 
 DWORD headerFlags(WAVEHDR* header) {
     return std::atomic_ref<DWORD>(header->dwFlags).load();
+}
+
+// What the device has recorded into a block; the program reads it while the engine writes.
+std::atomic_ref<DWORD> bytesRecorded(WAVEHDR* header) {
+    return std::atomic_ref<DWORD>(header->dwBytesRecorded);
 }
 
 // Flags of a header are read by the program's threads while the engine writes them.
@@ -71,6 +77,14 @@ public:
         while (done < frames && !queue.empty()) {
             WAVEHDR* h = queue.front();
             std::uint32_t left = (h->dwBufferLength - m_offset) / m_format.blockAlign;
+            if (m_offset == 0 && left == 0) {
+                // Not one whole frame: nothing to play, however often it loops.
+                queue.finishFront();
+                if (!queue.empty()) {
+                    startBlock(queue.front());
+                }
+                continue;
+            }
             std::uint32_t run = std::min(frames - done, left);
             decodeFrames(m_format, reinterpret_cast<const std::uint8_t*>(h->lpData) + m_offset, run,
                          out + std::size_t(done) * m_format.channels);
@@ -131,13 +145,14 @@ public:
         std::size_t taken = 0;
         while (taken < bytes.size() && !queue.empty()) {
             WAVEHDR* h = queue.front();
-            std::size_t room = (h->dwBufferLength - h->dwBytesRecorded) / m_format.blockAlign *
-                               m_format.blockAlign;
+            const DWORD recorded = bytesRecorded(h).load();
+            std::size_t room =
+                (h->dwBufferLength - recorded) / m_format.blockAlign * m_format.blockAlign;
             std::size_t run = std::min(room, bytes.size() - taken);
-            std::memcpy(h->lpData + h->dwBytesRecorded, &bytes[taken], run);
-            h->dwBytesRecorded += DWORD(run);
+            std::memcpy(h->lpData + recorded, &bytes[taken], run);
+            bytesRecorded(h).store(recorded + DWORD(run));
             taken += run;
-            if (h->dwBufferLength - h->dwBytesRecorded < m_format.blockAlign) {
+            if (h->dwBufferLength - (recorded + run) < m_format.blockAlign) {
                 queue.finishFront();
             }
         }
@@ -285,7 +300,7 @@ MMRESULT queueBlock(const void* handle, WAVEHDR* header, UINT size) {
             d->out->begin(header);
             toStart = d->stream;
         } else {
-            header->dwBytesRecorded = 0;
+            bytesRecorded(header).store(0);
             d->in->queue.add(header);
         }
         return MMSYSERR_NOERROR;
@@ -311,7 +326,7 @@ MMRESULT halt(const void* handle, bool reset) {
             d->out->reset();
         } else if (reset) {
             d->in->queue.finishAll();
-        } else if (!d->in->queue.empty() && d->in->queue.front()->dwBytesRecorded > 0) {
+        } else if (!d->in->queue.empty() && bytesRecorded(d->in->queue.front()).load() > 0) {
             d->in->queue.finishFront(); // the block being filled comes back with what it has
         }
         return MMSYSERR_NOERROR;
@@ -361,11 +376,11 @@ std::optional<std::string> waveEndpoint(bool render, unsigned int deviceId) {
                 return;
             }
         }
-        // The mapper plays on the console default.
+        // The mapper plays on the console default as it is now, not as the user chose it.
         if (deviceId == WAVE_MAPPER) {
-            const std::string& fallback = render ? m.defaultRender[0] : m.defaultCapture[0];
-            if (!fallback.empty()) {
-                found = fallback;
+            std::string current = defaultEndpointOf(m, flow, 0);
+            if (!current.empty()) {
+                found = current;
             }
         }
     });

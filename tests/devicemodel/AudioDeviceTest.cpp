@@ -461,8 +461,9 @@ std::string formatText(const WAVEFORMATEX& f) {
            std::to_string(f.nSamplesPerSec);
 }
 
-// Channels, then bits, then rates, each ascending; only exactly S_OK counts, so the shared
-// engine's S_FALSE with its closest match lists nothing.
+// Channels, then bits, then rates, each ascending; only exactly S_OK counts. The shared
+// engine takes any depth at its own rate and channel count (2 channels, 48 kHz here), whatever
+// the driver takes exclusively, and offers its closest match (S_FALSE) for the rest.
 TEST_F(AudioDeviceTest, CompatibleFormatsAreTheCandidatesTheClientTakesExactly) {
     sim::withMachine([](model::Machine& m) {
         model::StreamTraits& traits = m.findEndpoint(kSpeakers)->stream;
@@ -503,8 +504,12 @@ TEST_F(AudioDeviceTest, CompatibleFormatsAreTheCandidatesTheClientTakesExactly) 
     EXPECT_EQ(d.compatibleFormats(formats, AUDCLNT_SHAREMODE_EXCLUSIVE), 7u);
     EXPECT_EQ(formatText(formats[0]), "1ch 16bit 96000");
 
-    EXPECT_EQ(d.compatibleFormats(formats, AUDCLNT_SHAREMODE_SHARED), 0u);
-    EXPECT_EQ(formats.size(), 0u);
+    EXPECT_EQ(d.compatibleFormats(formats, AUDCLNT_SHAREMODE_SHARED), 2u);
+    listed.clear();
+    for (const WAVEFORMATEX& f : formats) {
+        listed.push_back(formatText(f));
+    }
+    EXPECT_EQ(listed, (std::vector<std::string>{"2ch 16bit 48000", "2ch 24bit 48000"}));
 }
 
 // Only this test makes the process-wide enumerator reach the platform, so its first step

@@ -9,9 +9,16 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -47,9 +54,10 @@ protected:
     }
 };
 
-TEST_F(AudioEngineTest, TheDriverTakesItsOwnFormatsExclusivelyAndOffersTheMixFormatShared) {
+TEST_F(AudioEngineTest, TheDriverTakesItsOwnFormatsExclusivelyAndTheMixRateShared) {
     CComPtr<IAudioClient> audio = client(kSpeakers);
     WAVEFORMATEX stereo16 = pcm(2, 16), eightBit = pcm(2, 8), odd = pcm(2, 16, 22050);
+    WAVEFORMATEX cd = pcm(2, 16, 44100);
     EXPECT_EQ(S_OK, audio->IsFormatSupported(AUDCLNT_SHAREMODE_EXCLUSIVE, &stereo16, nullptr));
     EXPECT_EQ(AUDCLNT_E_UNSUPPORTED_FORMAT,
               audio->IsFormatSupported(AUDCLNT_SHAREMODE_EXCLUSIVE, &eightBit, nullptr));
@@ -57,10 +65,16 @@ TEST_F(AudioEngineTest, TheDriverTakesItsOwnFormatsExclusivelyAndOffersTheMixFor
               audio->IsFormatSupported(AUDCLNT_SHAREMODE_EXCLUSIVE, &odd, nullptr));
     EXPECT_EQ(E_POINTER, audio->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, &stereo16, nullptr));
 
+    // Shared: any depth at the mix rate; another rate gets the mix format offered.
     WAVEFORMATEX* closest = nullptr;
-    ASSERT_EQ(S_FALSE, audio->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, &stereo16, &closest));
+    for (WAVEFORMATEX* depth : {&stereo16, &eightBit}) {
+        EXPECT_EQ(S_OK, audio->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, depth, &closest));
+        EXPECT_EQ(nullptr, closest);
+    }
+    ASSERT_EQ(S_FALSE, audio->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, &cd, &closest));
     ASSERT_NE(nullptr, closest);
     EXPECT_EQ(32, closest->wBitsPerSample);
+    EXPECT_EQ(48000u, closest->nSamplesPerSec);
     WAVEFORMATEX* again = nullptr;
     EXPECT_EQ(S_OK, audio->IsFormatSupported(AUDCLNT_SHAREMODE_SHARED, closest, &again));
     EXPECT_EQ(nullptr, again);
@@ -102,7 +116,7 @@ TEST_F(AudioEngineTest, BufferSizesFollowTheDeviceAndMisuseIsRefused) {
     ASSERT_EQ(S_OK, audio->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&render)));
     BYTE* data = nullptr;
     EXPECT_EQ(AUDCLNT_E_BUFFER_TOO_LARGE, render->GetBuffer(frames + 1, &data));
-    EXPECT_EQ(AUDCLNT_E_OUT_OF_ORDER, render->ReleaseBuffer(0, 0));
+    EXPECT_EQ(AUDCLNT_E_OUT_OF_ORDER, render->ReleaseBuffer(1, 0));
     ASSERT_EQ(S_OK, render->GetBuffer(frames, &data));
     EXPECT_EQ(AUDCLNT_E_OUT_OF_ORDER, render->GetBuffer(1, &data));
     EXPECT_EQ(AUDCLNT_E_INVALID_SIZE, render->ReleaseBuffer(frames + 1, 0));
@@ -160,6 +174,62 @@ TEST_F(AudioEngineTest, WaveDevicesRefuseMisuseAndHandBlocksBackDone) {
     EXPECT_EQ(MMRESULT(MMSYSERR_NOERROR), waveOutUnprepareHeader(out, &header, sizeof header));
     EXPECT_EQ(MMRESULT(MMSYSERR_NOERROR), waveOutClose(out));
     EXPECT_EQ(MMRESULT(MMSYSERR_INVALHANDLE), waveOutClose(out));
+}
+
+// Runs f on a thread of its own and waits for it in real time: a device that spins under
+// the engine's lock would otherwise hang the whole suite, and past the limit the process
+// cannot go on.
+void withinSeconds(int seconds, const std::function<void()>& f) {
+    std::packaged_task<void()> task(f);
+    std::future<void> done = task.get_future();
+    std::thread runner(std::move(task));
+    if (done.wait_for(std::chrono::seconds(seconds)) == std::future_status::timeout) {
+        std::fprintf(stderr, "the simulated device did not answer within %d s\n", seconds);
+        std::fflush(stderr);
+        std::_Exit(EXIT_FAILURE);
+    }
+    runner.join();
+    done.get();
+}
+
+// A looped block shorter than one frame has nothing to play, however often it loops: it
+// comes back done at once and the device goes on to the next block.
+TEST(WaveDeviceLoops, ABlockShorterThanAFrameComesBackDone) {
+    sim::installMachine(model::loadMachine("laptop"));
+    sim::setClockMode(sim::ClockMode::Real);
+    WAVEFORMATEX format{};
+    libAudio::createWaveformatEx(2, 16, 48000, format);
+    char crumb[3] = {1, 2, 3};
+    std::vector<char> samples(format.nAvgBytesPerSec / 20, 1); // 50 ms
+    WAVEHDR looped{}, next{};
+    looped.lpData = crumb;
+    looped.dwBufferLength = sizeof crumb;
+    looped.dwFlags = WHDR_BEGINLOOP | WHDR_ENDLOOP;
+    looped.dwLoops = 0xFFFFFFFF;
+    next.lpData = samples.data();
+    next.dwBufferLength = DWORD(samples.size());
+    HWAVEOUT out = nullptr;
+    ASSERT_EQ(MMRESULT(MMSYSERR_NOERROR), waveOutOpen(&out, 0, &format, 0, 0, CALLBACK_NULL));
+    withinSeconds(10, [&] {
+        for (WAVEHDR* header : {&looped, &next}) {
+            ASSERT_EQ(MMRESULT(MMSYSERR_NOERROR),
+                      waveOutPrepareHeader(out, header, sizeof(WAVEHDR)));
+            ASSERT_EQ(MMRESULT(MMSYSERR_NOERROR), waveOutWrite(out, header, sizeof(WAVEHDR)));
+        }
+        std::atomic_ref<DWORD> first(looped.dwFlags), second(next.dwFlags);
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (!(second.load() & WHDR_DONE) && std::chrono::steady_clock::now() < limit) {
+            Sleep(5);
+        }
+        EXPECT_TRUE(first.load() & WHDR_DONE);
+        EXPECT_TRUE(second.load() & WHDR_DONE);
+        EXPECT_EQ(MMRESULT(MMSYSERR_NOERROR), waveOutReset(out));
+        for (WAVEHDR* header : {&looped, &next}) {
+            EXPECT_EQ(MMRESULT(MMSYSERR_NOERROR),
+                      waveOutUnprepareHeader(out, header, sizeof(WAVEHDR)));
+        }
+    });
+    EXPECT_EQ(MMRESULT(MMSYSERR_NOERROR), waveOutClose(out));
 }
 
 // A client whose Initialize got past its arguments and failed is spent, as on Windows; a
