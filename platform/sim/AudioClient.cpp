@@ -328,7 +328,13 @@ private:
         } else {
             s.queue = std::make_shared<CaptureQueue>(format, layout.frames, packet, s.endpoint);
         }
-        StreamSetup setup{s.endpoint, s.render, exclusive, format, layout.period, nullptr};
+        StreamSetup setup{s.endpoint,
+                          s.render,
+                          exclusive,
+                          format,
+                          layout.period,
+                          nullptr,
+                          info.traits.exclusivePriority};
         HRESULT opened = AudioEngine::instance().open(setup, s.ring, s.queue, s.stream);
         if (FAILED(opened)) {
             s.ring.reset();
@@ -361,9 +367,10 @@ HRESULT ClientState::usable(const char* operation) const {
     return invalidated() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
 }
 
+// Gone, inactive, or cut off by an exclusive stream: each leaves the client unusable.
 bool ClientState::invalidated() const {
     std::optional<EndpointStreamInfo> info = streamInfo(endpoint);
-    return !info || !info->active;
+    return !info || !info->active || (stream && AudioEngine::instance().isPreempted(stream));
 }
 
 void ClientState::pollWait() const {

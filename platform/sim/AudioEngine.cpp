@@ -98,6 +98,7 @@ struct AudioEngine::Stream {
     std::shared_ptr<CaptureFeed> capture;
     bool running = false;
     bool closed = false;
+    bool preempted = false; // cut off by an exclusive stream: it never moves again
     std::thread::id owner;
     Hns anchorTime = 0;
     std::uint64_t anchorFrame = 0;
@@ -169,12 +170,23 @@ AudioEngine::AudioEngine() : m_state(std::make_unique<State>()) {
 
 HRESULT AudioEngine::open(const StreamSetup& setup, std::shared_ptr<RenderFeed> render,
                           std::shared_ptr<CaptureFeed> capture, StreamId& id) {
-    std::lock_guard lock(m_mutex);
-    for (const auto& [other, stream] : m_state->streams) {
-        if (!stream.closed && stream.setup.endpoint == setup.endpoint &&
-            (setup.exclusive || stream.setup.exclusive)) {
+    catchUp();
+    std::unique_lock lock(m_mutex);
+    std::vector<Stream*> cutOff;
+    for (auto& [other, stream] : m_state->streams) {
+        if (stream.closed || stream.preempted || stream.setup.endpoint != setup.endpoint) {
+            continue;
+        }
+        if (stream.setup.exclusive || (setup.exclusive && !setup.preemptsShared)) {
             return AUDCLNT_E_DEVICE_IN_USE;
         }
+        if (setup.exclusive) {
+            cutOff.push_back(&stream);
+        }
+    }
+    for (Stream* stream : cutOff) {
+        stream->halt(m_state->now);
+        stream->preempted = true;
     }
     id = m_state->next++;
     Stream& stream = m_state->streams[id];
@@ -182,6 +194,10 @@ HRESULT AudioEngine::open(const StreamSetup& setup, std::shared_ptr<RenderFeed> 
     stream.render = std::move(render);
     stream.capture = std::move(capture);
     stream.noise.seed(std::uint32_t(id * 2654435761u));
+    lock.unlock();
+    if (!cutOff.empty()) {
+        Clock::instance().ownersChanged(); // their threads no longer hold time up
+    }
     return S_OK;
 }
 
@@ -213,6 +229,9 @@ void AudioEngine::start(StreamId id) {
             return;
         }
         Stream& s = it->second;
+        if (s.preempted) {
+            return;
+        }
         s.running = true;
         s.starved = false;
         s.owner = std::this_thread::get_id();
@@ -251,6 +270,12 @@ void AudioEngine::setEvent(StreamId id, HANDLE event) {
     if (it != m_state->streams.end()) {
         it->second.setup.event = event;
     }
+}
+
+bool AudioEngine::isPreempted(StreamId id) const {
+    std::lock_guard lock(m_mutex);
+    auto it = m_state->streams.find(id);
+    return it != m_state->streams.end() && it->second.preempted;
 }
 
 bool AudioEngine::isRunning(StreamId id) const {

@@ -48,6 +48,9 @@ struct StreamSetup {
     SampleFormat format;
     Hns period = 100000;    // how often an event-driven stream is signalled
     HANDLE event = nullptr; // signalled once a period while running; may be null
+    // An exclusive stream cuts off the endpoint's shared streams (Windows' default, "Give
+    // exclusive mode applications priority"); without it, it is refused while they are open.
+    bool preemptsShared = true;
 };
 
 typedef std::uint64_t StreamId;
@@ -57,7 +60,8 @@ public:
     static AudioEngine& instance();
 
     // Opens a stream; AUDCLNT_E_DEVICE_IN_USE when the endpoint is held exclusively by
-    // another stream or an exclusive stream meets a stream already open.
+    // another stream, or when an exclusive stream that may not preempt meets a shared one.
+    // An exclusive stream that may cuts the endpoint's shared streams off for good.
     HRESULT open(const StreamSetup& setup, std::shared_ptr<RenderFeed> render,
                  std::shared_ptr<CaptureFeed> capture, StreamId& id);
     void close(StreamId id);
@@ -68,6 +72,8 @@ public:
     void resetPosition(StreamId id);
     void setEvent(StreamId id, HANDLE event);
     bool isRunning(StreamId id) const;
+    // Whether an exclusive stream has cut this shared stream off.
+    bool isPreempted(StreamId id) const;
     std::uint64_t position(StreamId id) const;
     bool isStreaming(const std::string& endpoint);
     // Times a render stream of the endpoint ran dry since the last call.

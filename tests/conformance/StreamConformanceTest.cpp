@@ -219,15 +219,19 @@ INSTANTIATE_TEST_SUITE_P(Bundled, Streams, ::testing::Values("laptop", "desktop"
 
 const std::string kSpeakers = model::generatedEndpointId(model::Flow::Render, 0);
 const std::string kLocked = model::generatedEndpointId(model::Flow::Render, 1);
-const std::string kMicrophone = model::generatedEndpointId(model::Flow::Capture, 2);
+const std::string kPolite = model::generatedEndpointId(model::Flow::Render, 2);
+const std::string kMicrophone = model::generatedEndpointId(model::Flow::Capture, 3);
 
-// Two render endpoints, the second with exclusive mode disallowed, and a microphone.
+// Render endpoints with Windows' default settings, with exclusive mode disallowed, and
+// without priority for exclusive streams; a microphone.
 model::Machine settingsMachine() {
     return model::MachineBuilder("settings")
         .adapter("HDAUDIO\\FUNC_01&VEN_10EC&DEV_0269\\1", "Codec")
         .endpoint(model::Flow::Render, "Speakers", model::Speakers)
         .endpoint(model::Flow::Render, "Line Out", model::LineLevel)
         .exclusiveMode(false)
+        .endpoint(model::Flow::Render, "Headphones", model::Headphones)
+        .exclusiveMode(true, false)
         .endpoint(model::Flow::Capture, "Microphone", model::Microphone)
         .build();
 }
@@ -278,6 +282,57 @@ TEST_F(StreamSettings, ExclusiveModeCanBeDisallowed) {
         << "another endpoint keeps its own setting";
     CComPtr<IAudioClient> shared = audioClient(locked);
     EXPECT_EQ(S_OK, shared->Initialize(AUDCLNT_SHAREMODE_SHARED, 0, 500000, 0, &cd, nullptr));
+}
+
+// With Windows' default settings an exclusive stream opens while shared streams play: they
+// are cut off, and every call on them that needs the device answers that it was invalidated,
+// for good. While it holds the endpoint, no other stream opens there. With "Give exclusive
+// mode applications priority" unticked, the exclusive stream is refused instead while a
+// shared one is open.
+TEST_F(StreamSettings, AnExclusiveStreamCutsOffSharedStreamsUnlessTheyHavePriority) {
+    const WAVEFORMATEX cd = waveFormat(WAVE_FORMAT_PCM, 48000, 16, 2);
+    auto shared = [&](IMMDevice* endpoint) {
+        CComPtr<IAudioClient> client = audioClient(endpoint);
+        EXPECT_EQ(S_OK, client->Initialize(AUDCLNT_SHAREMODE_SHARED, 0, 500000, 0, &cd, nullptr));
+        return client;
+    };
+    auto exclusive = [&](IMMDevice* endpoint) {
+        return audioClient(endpoint)->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 100000, 100000,
+                                                 &cd, nullptr);
+    };
+    CComPtr<IMMDevice> speakers = device(kSpeakers);
+    CComPtr<IAudioClient> playing = shared(speakers);
+    CComPtr<IAudioRenderClient> render;
+    ASSERT_EQ(S_OK, playing->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&render)));
+    BYTE* data = nullptr;
+    ASSERT_EQ(S_OK, render->GetBuffer(480, &data));
+    ASSERT_EQ(S_OK, render->ReleaseBuffer(480, 0));
+    ASSERT_EQ(S_OK, playing->Start());
+
+    CComPtr<IAudioClient> holder = audioClient(speakers);
+    ASSERT_EQ(S_OK,
+              holder->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 100000, 100000, &cd, nullptr));
+    UINT32 padding = 0;
+    EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED, playing->GetCurrentPadding(&padding));
+    EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED, render->GetBuffer(480, &data));
+    EXPECT_EQ(nullptr, data);
+    EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED, playing->Start());
+    EXPECT_EQ(AUDCLNT_E_DEVICE_IN_USE, exclusive(speakers)) << "a second holder";
+    CComPtr<IAudioClient> refused = audioClient(speakers);
+    EXPECT_EQ(AUDCLNT_E_DEVICE_IN_USE,
+              refused->Initialize(AUDCLNT_SHAREMODE_SHARED, 0, 500000, 0, &cd, nullptr));
+    holder.Release();
+    EXPECT_EQ(AUDCLNT_E_DEVICE_INVALIDATED, playing->GetCurrentPadding(&padding))
+        << "a stream cut off stays cut off";
+    CComPtr<IAudioClient> again = shared(speakers);
+    EXPECT_EQ(S_OK, again->GetCurrentPadding(&padding));
+
+    CComPtr<IMMDevice> polite = device(kPolite);
+    CComPtr<IAudioClient> kept = shared(polite);
+    EXPECT_EQ(AUDCLNT_E_DEVICE_IN_USE, exclusive(polite)) << "no priority for exclusive mode";
+    EXPECT_EQ(S_OK, kept->GetCurrentPadding(&padding));
+    kept.Release();
+    EXPECT_EQ(S_OK, exclusive(polite)) << "once the shared stream is closed";
 }
 
 // A capture stream's padding is every frame it holds, in however many packets; the next
