@@ -169,7 +169,7 @@ TEST_F(ClientRendererTest, EveryCopyStopsTheOneWorker) {
     libAudio::AudioRendererEx renderer(device(kSpeakers), &played);
     ASSERT_TRUE(renderer.play(0, never()));
     libAudio::AudioRendererEx copy(renderer);
-    EXPECT_TRUE(copy.stop());
+    EXPECT_TRUE(returnsPromptly([&] { copy.stop(); }, [&] { renderer.stop(); }));
     EXPECT_FALSE(renderer.isStillPlaying());
     EXPECT_FALSE(sim::isStreaming(kSpeakers));
 

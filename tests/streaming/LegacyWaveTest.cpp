@@ -71,8 +71,20 @@ TEST_F(WaveDeviceTest, ReopeningAnInputKeepsItAndClosingTwiceFails) {
 }
 
 // An open clears an abort (an aborted output is opened afresh); the device closes when the
-// last copy lets go of it.
+// last copy lets go of it. The endpoints here refuse an exclusive stream while a wave
+// device holds them.
 TEST_F(WaveDeviceTest, OpenClearsAnAbortAndTheLastHolderClosesTheDevice) {
+    sim::withMachine([](model::Machine& m) {
+        for (model::Endpoint& e : m.endpoints) {
+            e.stream.exclusivePriority = false;
+        }
+    });
+    auto exclusive = [&](const std::string& id, const WAVEFORMATEX& format) {
+        CComPtr<IAudioClient> audio;
+        device(id)->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr,
+                             reinterpret_cast<void**>(&audio));
+        return audio->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 1000000, 0, &format, nullptr);
+    };
     testsupport::LogCapture log;
     libAudio::StaticPCMBuffer buffer = tone(1000.0, 0.1);
     libAudio::PCMTrack track = trackOf(buffer);
@@ -84,8 +96,10 @@ TEST_F(WaveDeviceTest, OpenClearsAnAbortAndTheLastHolderClosesTheDevice) {
         EXPECT_FALSE(out.isAborted());
         EXPECT_EQ(1, testsupport::countOf(log, kLog, kInfo, "waveOutClose result = 0"));
         libAudio::WaveOut copy(out);
+        EXPECT_EQ(AUDCLNT_E_DEVICE_IN_USE, exclusive(kSpeakers, track.format));
     }
     EXPECT_EQ(2, testsupport::countOf(log, kLog, kInfo, "waveOutClose result = 0"));
+    EXPECT_EQ(S_OK, exclusive(kSpeakers, track.format));
     {
         libAudio::WaveIn in;
         ASSERT_TRUE(in.open(kMicArrayDevice, track));
@@ -93,10 +107,12 @@ TEST_F(WaveDeviceTest, OpenClearsAnAbortAndTheLastHolderClosesTheDevice) {
         EXPECT_TRUE(in.open(kMicArrayDevice, track));
         EXPECT_FALSE(in.isAborted());
         libAudio::WaveIn copy(in);
+        EXPECT_EQ(AUDCLNT_E_DEVICE_IN_USE, exclusive(kMicArray, track.format));
         EXPECT_EQ(0, testsupport::countOf(log, kLog, kInfo, "Closing wave input device."));
     }
     EXPECT_EQ(1, testsupport::countOf(log, kLog, kInfo, "Closing wave input device."));
     EXPECT_EQ(1, testsupport::countOf(log, kLog, kInfo, "waveInClose result = 0"));
+    EXPECT_EQ(S_OK, exclusive(kMicArray, track.format));
 }
 
 // Errors of the device come back; a recording that will not start is stopped again, and
@@ -182,7 +198,7 @@ TEST_F(LegacyStreamTest, ACopyStopsTheOneWorker) {
     renderer.initialize(device(kSpeakers), &played);
     ASSERT_TRUE(renderer.play(libAudio::AudioRendererLegacyWave::LOOP, never()));
     libAudio::AudioRendererLegacyWave copy(renderer);
-    EXPECT_TRUE(copy.stop());
+    EXPECT_TRUE(returnsPromptly([&] { copy.stop(); }, [&] { renderer.stop(); }));
     EXPECT_FALSE(renderer.isStillPlaying());
     EXPECT_FALSE(sim::isStreaming(kSpeakers));
     EXPECT_TRUE(renderer.stop());

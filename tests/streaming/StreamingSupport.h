@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -104,6 +105,19 @@ inline bool waitFor(const std::function<bool()>& done) {
         std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
     return true;
+}
+
+// Runs f on a thread of its own while the test sleeps on the platform's clock; false when
+// it has not returned within 20 s of real time, after which release() must let it return.
+inline bool returnsPromptly(const std::function<void()>& f, const std::function<void()>& release) {
+    std::future<void> done = std::async(std::launch::async, f);
+    bool prompt = waitFor(
+        [&] { return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+    if (!prompt) {
+        release();
+    }
+    done.get();
+    return prompt;
 }
 
 inline std::function<bool()> never() {
