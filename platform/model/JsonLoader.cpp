@@ -56,7 +56,7 @@ Machine loadMachineJson(const std::string& jsonText, const std::string& sourceNa
     Json document = json::parseDocument(jsonText, sourceName);
     Object o(document, Where(sourceName),
              {"name", "description", "adapters", "endpoints", "devices", "routes", "defaults",
-              "faults", "elevated", "volume_taper"});
+              "faults", "elevated", "volume_taper", "events"});
     Machine m;
     m.name = o.text("name", nameFromSource(sourceName));
     m.description = o.text("description");
@@ -70,7 +70,12 @@ Machine loadMachineJson(const std::string& jsonText, const std::string& sourceNa
     const Json* defaults = o.find("defaults");
     RoleRequests roles =
         defaults ? json::readDefaults(*defaults, o.at("defaults")) : RoleRequests{};
+    std::vector<std::pair<ScriptedEvent, Where>> events;
+    for (auto& [value, where] : o.elements("events")) {
+        events.emplace_back(json::readEvent(*value, where), where);
+    }
     finishMachine(m, roles, sourceName);
+    m.events = json::orderEvents(events, m);
     return m;
 }
 

@@ -219,6 +219,25 @@ struct Fault {
     bool operator==(const Fault&) const = default;
 };
 
+// A change the simulated platform makes by itself, atMs milliseconds after the machine is
+// installed, as a user plugging and unplugging hardware would.
+struct ScriptedEvent {
+    enum class Kind {
+        State,  // the endpoint's state becomes `state`
+        Remove, // the endpoint leaves the machine, with its own topology device
+        Add,    // the endpoint arrives: back as it left, or for the first time (below)
+    };
+    std::uint32_t atMs = 0;
+    Kind kind = Kind::State;
+    std::string endpoint;
+    std::uint32_t state = STATE_ACTIVE;
+    // An endpoint absent until this Add: it and its own topology device as the description
+    // gives them, held here rather than in the machine.
+    std::optional<Endpoint> arriving;
+    std::optional<TopologyDevice> arrivingDevice;
+    bool operator==(const ScriptedEvent&) const = default;
+};
+
 // How an endpoint's volume scalar (the slider's position) maps to its level in dB.
 enum class VolumeTaper {
     Audio,  // the curve measured on Windows (platform/sim/VolumeTaper.h)
@@ -239,6 +258,7 @@ struct Machine {
     // Without administrator rights the platform opens property stores for reading only.
     bool elevated = true;
     VolumeTaper volumeTaper = VolumeTaper::Audio;
+    std::vector<ScriptedEvent> events; // in time order
 
     Endpoint* findEndpoint(const std::string& id);
     const Endpoint* findEndpoint(const std::string& id) const;

@@ -1,5 +1,6 @@
 #include "platform/sim/Runtime.h"
 #include "platform/model/JsonLoader.h"
+#include "platform/sim/ScriptedEvents.h"
 #include "platform/sim/devicetree.h"
 
 #include <cstdio>
@@ -71,6 +72,7 @@ void installMachine(model::Machine machine) {
     std::lock_guard lock(state.mutex);
     publishDeviceTree(machine);
     state.machine = std::move(machine);
+    playScriptedEvents(*state.machine);
 }
 
 void installMachineFromEnvironment() {
@@ -88,6 +90,7 @@ void withMachine(const std::function<void(model::Machine&)>& f) {
         model::Machine machine = machineFromEnvironmentOrEmpty();
         publishDeviceTree(machine);
         state.machine = std::move(machine);
+        playScriptedEvents(*state.machine);
     }
     f(*state.machine);
 }
