@@ -1,5 +1,8 @@
 #include "EndpointCatalog.h"
 
+#include "Commands.h"
+#include "Report.h"
+
 #include "foundation/moduleSupport.h"
 #include "libAudio/EndpointDeviceEnumerator.h"
 
@@ -158,6 +161,25 @@ CComPtr<IMMDevice> openDevice(const AudioDevice& device) {
         return {};
     }
     return platformDevice;
+}
+
+// Asked of the platform as the library asks it: a store opened for writing.
+int requireAdministrator(const EndpointCatalog& catalog) {
+    for (const EndpointEntry& entry : catalog.entries()) {
+        CComPtr<IMMDevice> platformDevice = openDevice(entry.device);
+        if (!platformDevice) {
+            continue;
+        }
+        CComPtr<IPropertyStore> store;
+        if (platformDevice->OpenPropertyStore(STGM_READWRITE, &store) == E_ACCESSDENIED) {
+            printError("this command must be run from an elevated (administrator) prompt: without "
+                       "administrator rights Windows opens no endpoint's properties for the "
+                       "library, and the endpoints would show without names");
+            return EXIT_FAILED;
+        }
+        return EXIT_OK;
+    }
+    return EXIT_OK;
 }
 
 std::optional<std::uint32_t> formFactor(const AudioDevice& device) {

@@ -45,6 +45,12 @@ CComPtr<IMMDevice> openDevice(const AudioDevice& device);
 std::optional<std::uint32_t> formFactor(const AudioDevice& device);
 std::string formFactorName(std::optional<std::uint32_t> formFactor);
 
+// The library opens every endpoint's properties for reading and writing, which Windows
+// grants only to an administrator: without the rights the endpoints show no names. EXIT_OK
+// when the rights are there (or no endpoint tells); otherwise the message is printed and
+// EXIT_FAILED returned.
+int requireAdministrator(const EndpointCatalog& catalog);
+
 // The summary row of one endpoint.
 nlohmann::ordered_json endpointSummary(const EndpointEntry& entry);
 

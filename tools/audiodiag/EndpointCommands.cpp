@@ -26,6 +26,9 @@ void printEndpointTable(const nlohmann::ordered_json& byState) {
 
 int listEndpoints(const GlobalOptions& global) {
     EndpointCatalog catalog;
+    if (int code = requireAdministrator(catalog); code != EXIT_OK) {
+        return code;
+    }
     nlohmann::ordered_json byState = nlohmann::ordered_json::object();
     for (const char* state : {"active", "disabled", "notpresent", "unplugged"}) {
         byState[state] = nlohmann::ordered_json::array();
@@ -43,6 +46,9 @@ int listEndpoints(const GlobalOptions& global) {
 
 int showEndpoint(const std::string& wanted, const GlobalOptions& global) {
     EndpointCatalog catalog;
+    if (int code = requireAdministrator(catalog); code != EXIT_OK) {
+        return code;
+    }
     std::string why;
     const EndpointEntry* entry = catalog.find(wanted, why);
     if (!entry) {
@@ -77,6 +83,9 @@ bool applyVolume(const VolumeOptions& o, VolumeControllerInterface& volume) {
 
 int changeVolume(const VolumeOptions& o, const GlobalOptions& global) {
     EndpointCatalog catalog;
+    if (int code = requireAdministrator(catalog); code != EXIT_OK) {
+        return code;
+    }
     std::string why;
     const EndpointEntry* entry = catalog.find(o.endpoint, why);
     if (!entry) {

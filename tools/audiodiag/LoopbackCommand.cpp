@@ -112,6 +112,9 @@ std::string figure(const char* pattern, double value) {
 
 int loopback(const LoopbackOptions& o, const GlobalOptions& global) {
     EndpointCatalog catalog;
+    if (int code = requireAdministrator(catalog); code != EXIT_OK) {
+        return code;
+    }
     const EndpointEntry *renderEntry = nullptr, *captureEntry = nullptr;
     std::string renderHow, captureHow;
     if (int code = chooseEndpoint(catalog, o.render, eRender, nullptr, renderEntry, renderHow);
@@ -123,14 +126,14 @@ int loopback(const LoopbackOptions& o, const GlobalOptions& global) {
         code != EXIT_OK) {
         return code;
     }
-    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     StreamEndpoint render, capture;
-    if (int code = openEndpoint(*renderEntry, api, render); code != EXIT_OK) {
+    ApiChoice choice;
+    if (int code =
+            openEndpoints({{renderEntry, &render}, {captureEntry, &capture}}, o.legacy, choice);
+        code != EXIT_OK) {
         return code;
     }
-    if (int code = openEndpoint(*captureEntry, api, capture); code != EXIT_OK) {
-        return code;
-    }
+    const StreamApi api = choice.api;
     const unsigned int renderRate = render.format.Format.nSamplesPerSec;
     const unsigned int captureRate = capture.format.Format.nSamplesPerSec;
     if (o.frequency >= std::min(renderRate, captureRate) / 2.0) {
@@ -178,21 +181,20 @@ int loopback(const LoopbackOptions& o, const GlobalOptions& global) {
     renderReport["chosen"] = renderHow;
     nlohmann::ordered_json captureReport = endpointIdentity(*captureEntry);
     captureReport["chosen"] = captureHow;
-    nlohmann::ordered_json report = {{"render", renderReport},
-                                     {"capture", captureReport},
-                                     {"api", apiName(api)},
-                                     {"seconds", recording.durationSeconds()},
-                                     {"played_frequency_hz", o.frequency},
-                                     {"measured_frequency_hz", measured},
-                                     {"frequency_error_percent", error},
-                                     {"tolerance_percent", o.tolerance},
-                                     {"channel", channel},
-                                     {"level_dbfs", level},
-                                     {"min_level_dbfs", o.minLevel},
-                                     {"mean", libAudio::mean(recording, channel)},
-                                     {"std_dev", libAudio::stdDev(recording, channel)},
-                                     {"channels", measureChannels(recording)},
-                                     {"result", failures.empty() ? "pass" : "fail"}};
+    nlohmann::ordered_json report = {{"render", renderReport}, {"capture", captureReport}};
+    reportApi(report, choice);
+    report.update(nlohmann::ordered_json{{"seconds", recording.durationSeconds()},
+                                         {"played_frequency_hz", o.frequency},
+                                         {"measured_frequency_hz", measured},
+                                         {"frequency_error_percent", error},
+                                         {"tolerance_percent", o.tolerance},
+                                         {"channel", channel},
+                                         {"level_dbfs", level},
+                                         {"min_level_dbfs", o.minLevel},
+                                         {"mean", libAudio::mean(recording, channel)},
+                                         {"std_dev", libAudio::stdDev(recording, channel)},
+                                         {"channels", measureChannels(recording)},
+                                         {"result", failures.empty() ? "pass" : "fail"}});
     if (!failures.empty()) {
         report["failures"] = failures;
     }

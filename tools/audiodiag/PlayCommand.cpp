@@ -61,15 +61,19 @@ bool waitForPlayback(Player& player, const PlayOptions& o, const qel::Stopwatch&
 
 int play(const PlayOptions& o, const GlobalOptions& global) {
     EndpointCatalog catalog;
+    if (int code = requireAdministrator(catalog); code != EXIT_OK) {
+        return code;
+    }
     const EndpointEntry* entry = nullptr;
     if (int code = resolveEndpoint(catalog, o.endpoint, eRender, entry); code != EXIT_OK) {
         return code;
     }
-    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     StreamEndpoint endpoint;
-    if (int code = openEndpoint(*entry, api, endpoint); code != EXIT_OK) {
+    ApiChoice choice;
+    if (int code = openEndpoints({{entry, &endpoint}}, o.legacy, choice); code != EXIT_OK) {
         return code;
     }
+    const StreamApi api = choice.api;
     const WAVEFORMATEX& format = endpoint.format.Format;
     if (o.frequency >= format.nSamplesPerSec / 2.0) {
         printError("the frequency must lie below half the endpoint's sample rate (" +
@@ -94,14 +98,14 @@ int play(const PlayOptions& o, const GlobalOptions& global) {
         return EXIT_FAILED;
     }
     player.stop();
-    nlohmann::ordered_json report = {{"endpoint", endpointIdentity(*entry)},
-                                     {"api", apiName(api)},
-                                     {"frequency_hz", o.frequency},
-                                     {"amplitude", o.amplitude},
-                                     {"seconds", o.seconds},
-                                     {"looped", o.loop},
-                                     {"sample_rate", format.nSamplesPerSec},
-                                     {"channels", format.nChannels}};
+    nlohmann::ordered_json report = {{"endpoint", endpointIdentity(*entry)}};
+    reportApi(report, choice);
+    report.update(nlohmann::ordered_json{{"frequency_hz", o.frequency},
+                                         {"amplitude", o.amplitude},
+                                         {"seconds", o.seconds},
+                                         {"looped", o.loop},
+                                         {"sample_rate", format.nSamplesPerSec},
+                                         {"channels", format.nChannels}});
     printReport(report, global.json);
     return EXIT_OK;
 }

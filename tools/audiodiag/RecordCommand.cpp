@@ -22,15 +22,19 @@ struct RecordOptions {
 
 int record(const RecordOptions& o, const GlobalOptions& global) {
     EndpointCatalog catalog;
+    if (int code = requireAdministrator(catalog); code != EXIT_OK) {
+        return code;
+    }
     const EndpointEntry* entry = nullptr;
     if (int code = resolveEndpoint(catalog, o.endpoint, eCapture, entry); code != EXIT_OK) {
         return code;
     }
-    const StreamApi api = o.legacy ? StreamApi::Legacy : StreamApi::Client;
     StreamEndpoint endpoint;
-    if (int code = openEndpoint(*entry, api, endpoint); code != EXIT_OK) {
+    ApiChoice choice;
+    if (int code = openEndpoints({{entry, &endpoint}}, o.legacy, choice); code != EXIT_OK) {
         return code;
     }
+    const StreamApi api = choice.api;
     libAudio::StaticPCMBuffer recording;
     if (!makeRecordingBuffer(endpoint.format, o.seconds, recording)) {
         printError("cannot make a buffer for " + std::to_string(o.seconds) + " s");
@@ -48,14 +52,14 @@ int record(const RecordOptions& o, const GlobalOptions& global) {
         return EXIT_FAILED;
     }
     const WAVEFORMATEX& format = recording.format().Format;
-    nlohmann::ordered_json report = {{"endpoint", endpointIdentity(*entry)},
-                                     {"api", apiName(api)},
-                                     {"file", o.path},
-                                     {"seconds", recording.durationSeconds()},
-                                     {"sample_rate", format.nSamplesPerSec},
-                                     {"channels", format.nChannels},
-                                     {"bits_per_sample", format.wBitsPerSample},
-                                     {"measurements", measureChannels(recording)}};
+    nlohmann::ordered_json report = {{"endpoint", endpointIdentity(*entry)}};
+    reportApi(report, choice);
+    report.update(nlohmann::ordered_json{{"file", o.path},
+                                         {"seconds", recording.durationSeconds()},
+                                         {"sample_rate", format.nSamplesPerSec},
+                                         {"channels", format.nChannels},
+                                         {"bits_per_sample", format.wBitsPerSample},
+                                         {"measurements", measureChannels(recording)}});
     if (!o.plot.empty()) {
         PlotRequest request{"Recording from " + displayName(entry->device),
                             o.path + ", " + apiName(api), loudestChannel(recording)};

@@ -117,6 +117,62 @@ int openEndpoint(const EndpointEntry& entry, StreamApi api, StreamEndpoint& out)
     return EXIT_OK;
 }
 
+// Asks the endpoint's audio client, as the client classes do before they stream; an
+// endpoint that cannot be asked is left to fail in the stream itself.
+bool exclusiveModeAllowed(const StreamEndpoint& endpoint) {
+    CComPtr<IAudioClient> client = endpoint.entry->device.audioClient();
+    return !client ||
+           client->IsFormatSupported(AUDCLNT_SHAREMODE_EXCLUSIVE, &endpoint.format.Format,
+                                     nullptr) != AUDCLNT_E_EXCLUSIVE_MODE_NOT_ALLOWED;
+}
+
+int openEndpoints(const std::vector<std::pair<const EndpointEntry*, StreamEndpoint*>>& endpoints,
+                  bool legacy, ApiChoice& choice) {
+    choice = {legacy ? StreamApi::Legacy : StreamApi::Client, ""};
+    for (const auto& [entry, out] : endpoints) {
+        if (int code = openEndpoint(*entry, choice.api, *out); code != EXIT_OK) {
+            return code;
+        }
+    }
+    if (choice.api == StreamApi::Legacy) {
+        return EXIT_OK;
+    }
+    const EndpointEntry* refusing = nullptr;
+    for (const auto& [entry, out] : endpoints) {
+        if (!exclusiveModeAllowed(*out)) {
+            refusing = entry;
+            break;
+        }
+    }
+    if (!refusing) {
+        return EXIT_OK;
+    }
+    const std::string notAllowed = displayName(refusing->device) +
+                                   " does not allow exclusive mode, which the audio client needs";
+    for (const auto& [entry, out] : endpoints) {
+        if (entry->device.waveLegacyDeviceID() == kNoLegacyDevice) {
+            printError(notAllowed + ", and " + displayName(entry->device) +
+                       " has no legacy wave device to stream through instead");
+            return EXIT_FAILED;
+        }
+        if (int code = openEndpoint(*entry, StreamApi::Legacy, *out); code != EXIT_OK) {
+            return code;
+        }
+    }
+    choice = {StreamApi::Legacy,
+              notAllowed + " (\"Allow applications to take exclusive control of this device\" "
+                           "is off, or a policy forbids it); the legacy wave devices streamed "
+                           "instead"};
+    return EXIT_OK;
+}
+
+void reportApi(nlohmann::ordered_json& report, const ApiChoice& choice) {
+    report["api"] = apiName(choice.api);
+    if (!choice.why.empty()) {
+        report["api_reason"] = choice.why;
+    }
+}
+
 bool makeTone(const WAVEFORMATEXTENSIBLE& format, double hz, unsigned int amplitude,
               unsigned int blocks, libAudio::StaticPCMBuffer& out) {
     // The library writes a tone into one channel; a mono tone is copied into every channel.

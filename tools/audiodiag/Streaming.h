@@ -16,6 +16,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace audiodiag {
 
@@ -30,6 +32,19 @@ struct StreamEndpoint {
     // 16-bit PCM at the endpoint's own rate and channel count.
     WAVEFORMATEXTENSIBLE format{};
 };
+
+// The interface that streams, and why it is not the one asked for (empty when it is).
+struct ApiChoice {
+    StreamApi api = StreamApi::Client;
+    std::string why;
+};
+// Opens the endpoints for a stream: through the audio client, or the legacy wave devices
+// when asked (--legacy) or when an endpoint does not allow the exclusive mode the client
+// classes ask for. On failure the message is printed and the exit code returned.
+int openEndpoints(const std::vector<std::pair<const EndpointEntry*, StreamEndpoint*>>& endpoints,
+                  bool legacy, ApiChoice& choice);
+// "api" and, when the choice fell back, "api_reason".
+void reportApi(nlohmann::ordered_json& report, const ApiChoice& choice);
 
 // The endpoint the user named, checked to be of the flow; on failure the message is
 // printed and the exit code returned, EXIT_OK otherwise.
