@@ -41,6 +41,17 @@ TEST(modelLoader, ProcessRightsAndVolumeTaperAreMachineSettings) {
     EXPECT_EQ(load(R"({"volume_taper": "audio"})").volumeTaper, VolumeTaper::Audio);
 }
 
+TEST(modelLoader, ExclusiveModeSettingsAreAnEndpointsWithWindowsDefaults) {
+    Machine m = load(R"({"endpoints": [{}, {"stream": {"exclusive_mode_allowed": false}},
+                                       {"stream": {"exclusive_mode_priority": false}}]})");
+    EXPECT_TRUE(m.endpoints[0].stream.exclusiveAllowed);
+    EXPECT_TRUE(m.endpoints[0].stream.exclusivePriority);
+    EXPECT_FALSE(m.endpoints[1].stream.exclusiveAllowed);
+    EXPECT_TRUE(m.endpoints[1].stream.exclusivePriority);
+    EXPECT_TRUE(m.endpoints[2].stream.exclusiveAllowed);
+    EXPECT_FALSE(m.endpoints[2].stream.exclusivePriority);
+}
+
 TEST(modelLoader, BuildsTheExtensibleDeviceFormat) {
     Machine m = load(R"({"endpoints": [{"format": {"channels": 6, "rate": 44100, "bits": 24}}]})");
     const WAVEFORMATEXTENSIBLE& f = m.endpoints[0].deviceFormat;

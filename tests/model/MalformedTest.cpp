@@ -56,6 +56,8 @@ const std::string kCases[][3] = {
     {withEndpoint(R"("flow": "sideways")"), "endpoints[0].flow",
      R"(expected "render" or "capture", got "sideways")"},
     {withEndpoint(R"("flw": "render")"), "endpoints[0].flw", "unknown field"},
+    {withEndpoint(R"("stream": {"exclusive_mode_allowed": 0})"),
+     "endpoints[0].stream.exclusive_mode_allowed", "expected true or false, got 0"},
     {withEndpoint(R"("state": 3)"), "endpoints[0].state", "got 3"},
     {R"({"adapters": [{"instance_id": 5}]})", "adapters[0].instance_id",
      "expected a string, got 5"},
