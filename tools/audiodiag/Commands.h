@@ -30,5 +30,10 @@ Action addVolumeCommand(CLI::App& app, const GlobalOptions& global);
 Action addPlayCommand(CLI::App& app, const GlobalOptions& global);
 Action addRecordCommand(CLI::App& app, const GlobalOptions& global);
 Action addLoopbackCommand(CLI::App& app, const GlobalOptions& global);
+Action addCardsCommand(CLI::App& app, const GlobalOptions& global);
+Action addTopologyCommand(CLI::App& app, const GlobalOptions& global);
+Action addVolumePathCommand(CLI::App& app, const GlobalOptions& global);
+Action addInputSelectorsCommand(CLI::App& app, const GlobalOptions& global);
+Action addWatchCommand(CLI::App& app, const GlobalOptions& global);
 
 } // namespace audiodiag

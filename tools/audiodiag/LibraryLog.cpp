@@ -107,7 +107,9 @@ void LibraryLog::finish(int exitCode) {
     // nothing to add and must not reach stderr through the default sink.
     qel::LogFactory::setPriority(Priority::PRIORITY_OFF);
     qel::LogFactory::setSink(nullptr);
-    if (exitCode != EXIT_OK && !m_sink->kept.empty()) {
+    // Only a failed operation: what the library logged on the way may explain it, while a
+    // misused command is explained by its own message.
+    if (exitCode == EXIT_FAILED && !m_sink->kept.empty()) {
         writeErrorLine("audiodiag: libAudio logged:");
         for (const std::string& line : m_sink->kept) {
             writeErrorLine("  " + line);

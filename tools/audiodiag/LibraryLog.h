@@ -2,7 +2,8 @@
 // recovers from (a format refused before another is tried), so its errors alone do not
 // mean that the command failed: they are kept and shown only when it does.
 //
-//   default         error records kept in memory, shown on stderr when the command fails
+//   default         error records kept in memory, shown on stderr when the operation fails
+//                   (exit code 1; not on misuse)
 //   -v / -vv        information (-vv: also debug and trace) records on stderr as they come
 //   --log FILE      information (-vv: also debug) records written to FILE
 //   LIBAUDIO_LOG    when set and neither of the options is given, the library logs as that
@@ -26,7 +27,7 @@ public:
     // Installs the destinations the options ask for; false with why when the log file
     // cannot be written.
     bool open(const GlobalOptions& options, std::string& why);
-    // After the command: a failure (a non-zero exit code) shows the kept records.
+    // After the command: a failed operation (EXIT_FAILED) shows the kept records.
     void finish(int exitCode);
 
 private:

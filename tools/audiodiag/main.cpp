@@ -41,6 +41,19 @@ int main(int argc, char** argv) {
     CLI::App* loopback =
         app.add_subcommand("loopback", "Play a tone on one endpoint, record another, measure");
     commands.emplace_back(loopback, addLoopbackCommand(*loopback, global));
+    CLI::App* cards =
+        app.add_subcommand("cards", "List the sound cards, their endpoints and what each is");
+    commands.emplace_back(cards, addCardsCommand(*cards, global));
+    CLI::App* topology = app.add_subcommand("topology", "Show a card's connector map");
+    commands.emplace_back(topology, addTopologyCommand(*topology, global));
+    CLI::App* volumePath = app.add_subcommand(
+        "volume-path", "Show or set the hardware volume nodes on an endpoint's signal paths");
+    commands.emplace_back(volumePath, addVolumePathCommand(*volumePath, global));
+    CLI::App* selectors =
+        app.add_subcommand("input-selectors", "Show or change a card's recording multiplexers");
+    commands.emplace_back(selectors, addInputSelectorsCommand(*selectors, global));
+    CLI::App* watch = app.add_subcommand("watch", "Show endpoint and card changes as they happen");
+    commands.emplace_back(watch, addWatchCommand(*watch, global));
     CLI::App* machines = app.add_subcommand("machines", "List the bundled simulated machines");
     commands.emplace_back(machines, addMachinesCommand(*machines, global));
     for (auto& [command, action] : commands) {
