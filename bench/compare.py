@@ -3,8 +3,10 @@
 the median aggregates of a JSON report:
     libaudio_bench --benchmark_out=bench.json --benchmark_out_format=json
     bench/compare.py bench.json
-A ratio above 1 means libAudio is faster than the reference."""
+A ratio above 1 means libAudio is faster than the reference. Benchmarks run at several sizes
+show their time per size, per endpoint and the growth exponent between sizes."""
 import json
+import math
 import sys
 
 # (label, libAudio benchmark, reference benchmark), names without the run settings suffix.
@@ -40,6 +42,38 @@ def human(row):
     return "%.3g %s" % (value, unit)
 
 
+# Benchmarks run at several machine sizes (the argument: endpoints), whose cost should grow
+# no faster than n log n.
+SCALING = [("card startup", "BM_CardStartup_libAudio", "BM_CardStartup_platformOnly")]
+
+
+def milliseconds(row):
+    scale = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}[row.get("time_unit", "ns")]
+    return row["real_time"] * scale
+
+
+def print_scaling(rows):
+    for label, ours, theirs in SCALING:
+        sizes = sorted(int(name.split("/")[1]) for name in rows if name.startswith(ours + "/"))
+        if not sizes:
+            print("%s: missing from the report" % label)
+            continue
+        print("\n%s: time per machine size (median), against the platform calls alone" % label)
+        print("%10s %12s %16s %12s %14s" % ("endpoints", "libAudio", "per endpoint", "vs platform",
+                                            "growth"))
+        previous = None
+        for n in sizes:
+            ms = milliseconds(rows["%s/%d" % (ours, n)])
+            reference = rows.get("%s/%d" % (theirs, n))
+            ratio = "%12.1f" % (ms / milliseconds(reference)) if reference else "%12s" % "-"
+            # The exponent k of n^k between this size and the one before: 1 is linear,
+            # n log n is a little above 1 (1.18 from 120 to 480).
+            growth = ("%14.2f" % (math.log(ms / previous[1]) / math.log(n / previous[0]))
+                      if previous else "%14s" % "-")
+            print("%10d %10.2f ms %13.1f us %s %s" % (n, ms, ms * 1e3 / n, ratio, growth))
+            previous = (n, ms)
+
+
 def main():
     with open(sys.argv[1]) as f:
         rows = medians(json.load(f))
@@ -50,6 +84,7 @@ def main():
             print("%-12s %18s %18s %8.2f" % (label, human(a), human(b), rate(a) / rate(b)))
         else:
             print("%-12s missing from the report" % label)
+    print_scaling(rows)
 
 
 if __name__ == "__main__":

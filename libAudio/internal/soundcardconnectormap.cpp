@@ -45,6 +45,7 @@ void SoundCard::registerConnectors(const AudioDeviceTopology& deviceTopology) {
         if (connectorIndex(connector.part().globalId()) < 0) {
             ConnectorEntry entry;
             entry.connector = connector;
+            entry.owner = deviceTopology.deviceOwner();
             m_connectorMap.append(entry);
         }
     }
@@ -87,11 +88,15 @@ void SoundCard::initializeConnectorMap() {
         if (!contains(visited, otherId) && !hasEndpoint(otherId)) {
             AudioDevice other;
             if (otherId.empty() || !(other = AudioDevice(otherId)).isInitialized()) {
-                // Not a device the platform opens: at least the connector's own topology.
-                AudioDeviceTopology owner(connector);
-                if (!contains(visited, owner.deviceOwner())) {
-                    registerConnectors(owner);
-                    visited.append(owner.deviceOwner());
+                // Not a device the platform opens: at least the connector's own topology,
+                // unless the device is known already (opening it reads every part).
+                const qel::String& knownOwner = m_connectorMap[i].owner;
+                if (knownOwner.empty() || !contains(visited, knownOwner)) {
+                    AudioDeviceTopology owner(connector);
+                    if (!contains(visited, owner.deviceOwner())) {
+                        registerConnectors(owner);
+                        visited.append(owner.deviceOwner());
+                    }
                 }
             } else {
                 {
@@ -113,17 +118,27 @@ void SoundCard::initializeConnectorMap() {
     }
 
     // Signal paths inside one device, stored on both ends. A path never leaves its device's
-    // topology, so connectors of different devices are not asked.
+    // topology, so connectors of different devices are not asked. Each device's topology is
+    // opened once, for all of its connectors: opening one reads every part of the device.
     qel::Array<AudioDeviceTopology> topologies;
+    qel::Array<qel::Uint32> topologyOf;
     for (ConnectorEntry& entry : m_connectorMap) {
-        topologies.append(AudioDeviceTopology(entry.connector));
-        entry.owner = topologies[topologies.size() - 1].deviceOwner();
+        qel::Uint32 t = 0;
+        while (t < topologies.size() &&
+               (entry.owner.empty() || !sameText(topologies[t].deviceOwner(), entry.owner))) {
+            ++t;
+        }
+        if (t == topologies.size()) {
+            topologies.append(AudioDeviceTopology(entry.connector));
+            entry.owner = topologies[t].deviceOwner();
+        }
+        topologyOf.append(t);
     }
     for (qel::Uint32 i = 0; i < m_connectorMap.size(); ++i) {
         for (qel::Uint32 j = i + 1; j < m_connectorMap.size(); ++j) {
             if (sameText(m_connectorMap[i].owner, m_connectorMap[j].owner) &&
-                topologies[i].connectorsAreLinked(m_connectorMap[i].connector,
-                                                  m_connectorMap[j].connector)) {
+                topologies[topologyOf[i]].connectorsAreLinked(m_connectorMap[i].connector,
+                                                              m_connectorMap[j].connector)) {
                 m_connectorMap[i].links.append(std::int32_t(j));
                 m_connectorMap[j].links.append(std::int32_t(i));
             }

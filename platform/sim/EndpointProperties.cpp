@@ -91,11 +91,25 @@ PROPERTYKEY toPlatformKey(const model::PropertyKey& key) {
     return {key.fmtid, key.pid};
 }
 
+// "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}", upper case. Written digit by digit: every read
+// of a property store formats a GUID or two, and a formatted print costs more than the rest
+// of the read.
 std::string guidText(const GUID& g) {
-    char out[40];
-    std::snprintf(out, sizeof out, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
-                  unsigned(g.Data1), unsigned(g.Data2), unsigned(g.Data3), g.Data4[0], g.Data4[1],
-                  g.Data4[2], g.Data4[3], g.Data4[4], g.Data4[5], g.Data4[6], g.Data4[7]);
+    static const char digits[] = "0123456789ABCDEF";
+    std::string out = "{00000000-0000-0000-0000-000000000000}";
+    auto put = [&](std::size_t at, unsigned long value, int count) {
+        for (int i = count - 1; i >= 0; --i, value >>= 4) {
+            out[at + std::size_t(i)] = digits[value & 0xF];
+        }
+    };
+    put(1, g.Data1, 8);
+    put(10, g.Data2, 4);
+    put(15, g.Data3, 4);
+    put(20, g.Data4[0], 2);
+    put(22, g.Data4[1], 2);
+    for (std::size_t i = 2; i < 8; ++i) {
+        put(25 + (i - 2) * 2, g.Data4[i], 2);
+    }
     return out;
 }
 

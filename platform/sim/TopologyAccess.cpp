@@ -15,9 +15,12 @@ std::optional<model::PartRef> partnerOf(const model::Machine& machine,
         }
         return std::nullopt;
     }
+    // The number first: most connectors of a large machine differ in it, and ids are long.
     for (const model::TopologyDevice& device : machine.devices) {
         for (const model::Part& other : device.parts) {
-            if (other.kind == model::PartKind::Connector && other.connectedTo == connector) {
+            if (other.kind == model::PartKind::Connector && other.connectedTo &&
+                other.connectedTo->localId == connector.localId &&
+                other.connectedTo->device == connector.device) {
                 return model::PartRef{device.id, other.localId};
             }
         }
