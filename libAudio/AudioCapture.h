@@ -19,6 +19,8 @@ public:
     virtual AUDCLNT_SHAREMODE shareMode() = 0;
 };
 
+// Copies share the stream and its worker: a stop through any copy, or the destruction of
+// any copy, ends the playback or recording that one of them started.
 class LIBAUDIO_API AudioCaptureEx : public AudioCapture {
 public:
     static const AUDCLNT_SHAREMODE m_shareMode = AUDCLNT_SHAREMODE_EXCLUSIVE;

@@ -65,6 +65,8 @@ public:
     virtual AUDCLNT_SHAREMODE shareMode() = 0;
 };
 
+// Copies share the stream and its worker: a stop through any copy, or the destruction of
+// any copy, ends the playback or recording that one of them started.
 class LIBAUDIO_API AudioRendererEx : public AudioRenderer {
 public:
     // Bits of play's mode; the others are kept and ignored.

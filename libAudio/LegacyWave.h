@@ -5,6 +5,9 @@
 // endpoint without one answers 0xFFFFFFFF, which is WAVE_MAPPER: for such an endpoint the
 // classes open the system's default device instead, and play or record there. A caller that
 // means one particular endpoint checks its number first.
+//
+// Copies share the device and the worker: a stop through any copy, or the destruction of any
+// copy, ends the playback or recording that one of them started.
 #pragma once
 
 #include "libAudio/AudioCapture.h"

@@ -84,8 +84,24 @@ void Clock::waitVirtual(Hns deadline) {
     const std::thread::id self = std::this_thread::get_id();
     m_waiters[self] = deadline;
     m_changed.notify_all();
+    // The grace runs from the last move of time, not from the last notification: threads
+    // that poll an object notify every millisecond and would otherwise keep it from ending.
+    auto graceEnds = std::chrono::steady_clock::now() + kOwnerGrace;
+    Hns seen = m_virtualNow.load();
     while (m_mode.load() == ClockMode::Virtual && m_virtualNow.load() < deadline) {
-        waitStep(lock, kOwnerGrace);
+        const auto realNow = std::chrono::steady_clock::now();
+        if (ownersAllWaiting()) {
+            advanceToEarliestDeadline();
+        } else if (realNow >= graceEnds) {
+            advanceToEarliestDeadline(); // a thread busy elsewhere does not stop time for ever
+            graceEnds = realNow + kOwnerGrace;
+        } else {
+            m_changed.wait_until(lock, graceEnds);
+        }
+        if (m_virtualNow.load() != seen) {
+            seen = m_virtualNow.load();
+            graceEnds = std::chrono::steady_clock::now() + kOwnerGrace;
+        }
     }
     m_waiters.erase(self);
     lock.unlock();
@@ -97,12 +113,11 @@ void Clock::waitVirtual(Hns deadline) {
     }
 }
 
-void Clock::waitStep(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds patience) {
+void Clock::waitStep(std::unique_lock<std::mutex>& lock) {
     if (ownersAllWaiting()) {
         advanceToEarliestDeadline();
-    } else if (m_changed.wait_for(lock, patience) == std::cv_status::timeout &&
-               patience == kOwnerGrace) {
-        advanceToEarliestDeadline(); // a thread busy elsewhere does not stop time for ever
+    } else {
+        m_changed.wait_for(lock, kBriefly);
     }
 }
 
@@ -115,7 +130,7 @@ void Clock::waitBriefly(Hns deadline) {
     auto until = std::chrono::steady_clock::now() + kBriefly;
     while (m_virtualNow.load() == before && m_virtualNow.load() < deadline &&
            std::chrono::steady_clock::now() < until) {
-        waitStep(lock, kBriefly);
+        waitStep(lock);
     }
     m_waiters.erase(self);
 }

@@ -54,8 +54,8 @@ private:
     Clock();
     Hns realNow() const;
     void waitVirtual(Hns deadline);
-    // One round of a virtual wait under the lock: moves time on when it may.
-    void waitStep(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds patience);
+    // One short round of a wait under the lock: moves time on when every owner waits.
+    void waitStep(std::unique_lock<std::mutex>& lock);
     bool ownersAllWaiting() const;
     void advanceToEarliestDeadline();
 

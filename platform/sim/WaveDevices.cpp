@@ -3,7 +3,8 @@
 // engine plays or fills, and it marks them done.
 //
 // Injected faults (operation, target endpoint id): waveOutOpen, waveInOpen, waveOutWrite,
-// waveInAddBuffer, waveInStart; the code injected is returned as the MMRESULT.
+// waveInAddBuffer, waveInStart, waveOutReset, waveInStop, waveInReset; the code injected is
+// returned as the MMRESULT.
 #include "platform/sim/WaveDevices.h"
 #include "platform/sim/AudioEngine.h"
 #include "platform/sim/DefaultEndpoints.h"
@@ -320,6 +321,10 @@ MMRESULT halt(const void* handle, bool reset) {
         OpenDevice* d = find(handle);
         if (!d) {
             return MMSYSERR_INVALHANDLE;
+        }
+        const char* operation = d->render ? "waveOutReset" : reset ? "waveInReset" : "waveInStop";
+        if (HRESULT fault = injectedFault(operation, d->endpoint)) {
+            return MMRESULT(fault);
         }
         stream = d->stream;
         if (d->render) {

@@ -175,12 +175,13 @@ TEST_F(ClientRendererTest, EveryCopyStopsTheOneWorker) {
 
     ASSERT_TRUE(renderer.play(0, never()));
     libAudio::AudioRendererEx first(renderer), second(renderer);
-    sim::holdVirtualTime(false);
-    std::thread one([&] { first.stop(); });
-    std::thread two([&] { second.stop(); });
-    one.join();
-    two.join();
-    sim::holdVirtualTime(true);
+    EXPECT_TRUE(returnsPromptly(
+        [&] {
+            std::thread other([&] { second.stop(); });
+            first.stop();
+            other.join();
+        },
+        [&] { renderer.stop(); }));
     EXPECT_FALSE(renderer.isStillPlaying());
     EXPECT_TRUE(renderer.stop());
 }

@@ -191,16 +191,19 @@ TEST_F(LegacyStreamTest, TheDoneFlagEndsPlayingAndTheWorker) {
     EXPECT_TRUE(logged(log, kLog, kDebug, "Thread exit code 0"));
 }
 
-// Copies share the worker: a stop through either ends it.
+// Copies share the worker: a stop through either ends it, even when the device will not
+// reset and so never marks the block done.
 TEST_F(LegacyStreamTest, ACopyStopsTheOneWorker) {
     libAudio::StaticPCMBuffer played = tone(1000.0, 0.2);
     libAudio::AudioRendererLegacyWave renderer;
     renderer.initialize(device(kSpeakers), &played);
     ASSERT_TRUE(renderer.play(libAudio::AudioRendererLegacyWave::LOOP, never()));
+    ASSERT_TRUE(waitFor([] { return sim::isStreaming(kSpeakers); }));
     libAudio::AudioRendererLegacyWave copy(renderer);
+    fault("waveOutReset", kSpeakers, {MMSYSERR_ERROR});
     EXPECT_TRUE(returnsPromptly([&] { copy.stop(); }, [&] { renderer.stop(); }));
     EXPECT_FALSE(renderer.isStillPlaying());
-    EXPECT_FALSE(sim::isStreaming(kSpeakers));
+    EXPECT_FALSE(sim::isStreaming(kSpeakers)) << "the worker stopped the device";
     EXPECT_TRUE(renderer.stop());
 }
 
