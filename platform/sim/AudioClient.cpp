@@ -373,10 +373,13 @@ bool ClientState::invalidated() const {
     return !info || !info->active || (stream && AudioEngine::instance().isPreempted(stream));
 }
 
+// The poller wakes a little after the period, as a thread does, not in step with the
+// device: a client that refills only once its buffer reads empty has run dry by then.
 void ClientState::pollWait() const {
+    constexpr Hns kWakeUpLatency = 10000; // 1 ms
     Clock& clock = Clock::instance();
     if (clock.mode() == ClockMode::Virtual && AudioEngine::instance().isRunning(stream)) {
-        clock.waitUntil(clock.now() + defaultPeriod);
+        clock.waitUntil(clock.now() + defaultPeriod + kWakeUpLatency);
     }
 }
 

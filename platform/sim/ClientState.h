@@ -20,7 +20,7 @@ struct ClientState {
     // client, an endpoint that has gone.
     HRESULT usable(const char* operation) const;
     // In virtual time a stream's thread that polls a running stream waits one device
-    // period: that is what lets the clock move on.
+    // period and a little: that is what lets the clock move on.
     void pollWait() const;
 
     const std::string endpoint;

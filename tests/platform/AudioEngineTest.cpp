@@ -257,27 +257,29 @@ TEST_F(AudioEngineTest, ARenderBufferThatRunsDryIsAGlitch) {
               audio->Initialize(AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 100 * kMs, 0, &format, nullptr));
     CComPtr<IAudioRenderClient> render;
     ASSERT_EQ(S_OK, audio->GetService(IID_IAudioRenderClient, reinterpret_cast<void**>(&render)));
-    auto refill = [&] {
-        UINT32 frames = 0, queued = 0;
-        audio->GetBufferSize(&frames);
+    UINT32 frames = 0;
+    ASSERT_EQ(S_OK, audio->GetBufferSize(&frames));
+    auto padding = [&] { // a poll of a running stream waits one period
+        UINT32 queued = 0;
         audio->GetCurrentPadding(&queued);
+        return queued;
+    };
+    auto refill = [&](UINT32 queued) {
         BYTE* data = nullptr;
         ASSERT_EQ(S_OK, render->GetBuffer(frames - queued, &data));
         ASSERT_EQ(S_OK, render->ReleaseBuffer(frames - queued, 0));
     };
-    refill();
+    refill(0);
     sim::takeRenderGlitches(kSpeakers);
     ASSERT_EQ(S_OK, audio->Start());
     for (int half = 0; half < 6; ++half) {
-        Sleep(50);
-        refill();
+        Sleep(40);
+        refill(padding());
     }
     EXPECT_EQ(0u, sim::takeRenderGlitches(kSpeakers));
     for (int poll = 0; poll < 30; ++poll) {
-        UINT32 queued = 0;
-        audio->GetCurrentPadding(&queued); // a poll of a running stream waits one period
-        if (queued == 0) {
-            refill();
+        if (padding() == 0) {
+            refill(0);
         }
     }
     EXPECT_GE(sim::takeRenderGlitches(kSpeakers), 2u);
