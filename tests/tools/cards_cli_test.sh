@@ -214,7 +214,7 @@ for t, at in zip(times, [0.3, 0.5, 0.5, 0.5, 0.7, 0.7, 0.7, 0.9]):
     assert at - 0.05 <= t <= at + 0.4, (t, at)
 assert times == sorted(times)
 PY
-expect 0 "watch text" "$audiodiag" watch --machine "$hotplug" --count 4
+expect 0 "watch text" "$audiodiag" watch --machine "$hotplug" --count 4 --seconds 5
 has "$dir/out" "watch text" '^watching 4 sound cards with 8 endpoints$'
 has "$dir/out" "watch text" '^ +0\.[0-9]{3}s  endpoint unplugged  Headphones \(Realtek High Definition Audio\)  \{0\.0\.0\.00000000\}\.\{8e2a4c6d-1b3f-4d5e-a7c9-0f1e2d3c4b02\}  \(was active\)$'
 has "$dir/out" "watch text" '^ +0\.[0-9]{3}s  card removed {8}USB Headset  \{1\}\.USB\\VID_046D'
@@ -223,7 +223,7 @@ lacks "$dir/out" "--count stops at four" "card added"
 # A device plugged in that was not there at the start brings its card.
 plugin=$(machine_with plugin "m['events'] = [{'at_ms': 300, 'add': '$usb_speakers'},
     {'at_ms': 300, 'add': '$usb_mic'}, {'at_ms': 500, 'remove': '$cable'}]")
-expect 0 "a new card" "$audiodiag" --machine "$plugin" watch --json --count 5
+expect 0 "a new card" "$audiodiag" --machine "$plugin" watch --json --count 5 --seconds 5
 python3 - "$dir/out" <<'PY' || fail "a new card: $(cat "$dir/out")"
 import json, sys
 events = [json.loads(line) for line in open(sys.argv[1])]
@@ -235,11 +235,22 @@ assert got == [("card_added", None), ("endpoint_added", "Microphone (USB Headset
 assert [e["event"] for e in events[4:]] == ["endpoint_removed", "card_removed"], events[4:]
 assert events[5]["card"]["name"] == "Virtual Cable", events[5]
 PY
-# Ctrl-C ends it cleanly: exit 0, nothing on stderr, what came before printed.
+# Ctrl-C ends it cleanly: exit 0, nothing on stderr, what came before printed. A job of
+# its own, where Ctrl-C has its usual effect (a script's background job would ignore it).
+set -m
 "$audiodiag" --machine "$hotplug" watch >"$dir/out" 2>"$dir/err" &
 watcher=$!
+set +m
 sleep 0.6
 kill -INT "$watcher"
+for _ in $(seq 50); do
+    kill -0 "$watcher" 2>/dev/null || break
+    sleep 0.1
+done
+if kill -0 "$watcher" 2>/dev/null; then
+    kill -KILL "$watcher"
+    fail "watch goes on after Ctrl-C"
+fi
 wait "$watcher"
 code=$?
 [ "$code" = 0 ] || fail "watch interrupted: exit $code"

@@ -177,8 +177,15 @@ for card in shown:
         if svg.returncode != 0 or svg.stderr:
             fail(f"dot refused the graph of {card['name']}: {svg.stderr}")
         nodes = svg.stdout.count('class="node"')
-        if nodes != len(entries) + sum(1 for e in entries if e["connected"] and e["physical_link"] is None):
+        outside = sum(1 for e in entries if e["connected"] and e["physical_link"] is None)
+        if nodes != len(entries) + outside:
             fail(f"the graph of {card['name']} draws {nodes} nodes for {len(entries)} connectors")
+        # Each link once, however many entries record it.
+        links = {frozenset((e["index"], other)) for e in entries
+                 for other in e["internal_links"] + [e["physical_link"]] if other is not None}
+        edges = svg.stdout.count('class="edge"')
+        if edges != len(links) + outside:
+            fail(f"the graph of {card['name']} draws {edges} edges for {len(links)} links")
     # The recording multiplexers: every input links into its selector, one at most is chosen.
     selectors = run("input-selectors", card["instance_id"])
     run("input-selectors", card["instance_id"], json_output=False)

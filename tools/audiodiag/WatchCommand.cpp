@@ -51,11 +51,16 @@ public:
         }
         m_ready.notify_one();
     }
-    // The items that came, waiting up to `patience` for the first.
-    std::deque<Item> take(std::chrono::milliseconds patience) {
+    // The next item, waiting up to `patience` for one. One at a time: the command may stop
+    // after any of them.
+    std::optional<Item> take(std::chrono::milliseconds patience) {
         std::unique_lock lock(m_mutex);
-        m_ready.wait_for(lock, patience, [this] { return !m_items.empty(); });
-        return std::exchange(m_items, {});
+        if (!m_ready.wait_for(lock, patience, [this] { return !m_items.empty(); })) {
+            return std::nullopt;
+        }
+        Item item = std::move(m_items.front());
+        m_items.pop_front();
+        return item;
     }
     void close() {
         std::lock_guard lock(m_mutex);
@@ -348,18 +353,17 @@ int watch(const WatchOptions& o, const GlobalOptions& global) {
                                     : SteadyClock::time_point::max();
     unsigned int reported = 0;
     while (!interrupted() && SteadyClock::now() < deadline && !(o.count && reported >= *o.count)) {
-        for (Item& item : queue->take(std::chrono::milliseconds(20))) {
-            if (o.count && reported >= *o.count) {
-                break;
-            }
-            if (!item.change.is_null()) {
-                printChange(item.change, global.json);
-                ++reported;
-            } else if (!watch.knows(item.arrival)) {
-                // An endpoint of an adapter that had no card: the new card's watcher reports
-                // it, through the queue, on the next round.
-                watch.addNewCards(CardWatcher::AsNew);
-            }
+        std::optional<Item> item = queue->take(std::chrono::milliseconds(20));
+        if (!item) {
+            continue;
+        }
+        if (!item->change.is_null()) {
+            printChange(item->change, global.json);
+            ++reported;
+        } else if (!watch.knows(item->arrival)) {
+            // An endpoint of an adapter that had no card: the new card's watcher reports it,
+            // through the queue.
+            watch.addNewCards(CardWatcher::AsNew);
         }
     }
     return EXIT_OK;
