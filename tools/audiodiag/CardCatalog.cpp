@@ -49,6 +49,10 @@ std::string partTypeName(const GUID& subType) {
     return subType == audioCategory ? "KSCATEGORY_AUDIO" : nodeTypeName(subType);
 }
 
+std::string counted(std::size_t n, const std::string& noun) {
+    return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
 std::string lowered(std::string s) {
     for (char& c : s) {
         c = char(std::tolower((unsigned char)c));

@@ -33,6 +33,9 @@ private:
 // GUID's text.
 std::string partTypeName(const GUID& subType);
 
+// "1 connector", "2 connectors".
+std::string counted(std::size_t n, const std::string& noun);
+
 // Lower case, for names compared ignoring case.
 std::string lowered(std::string s);
 

@@ -128,8 +128,7 @@ void printVolumePath(const nlohmann::ordered_json& report) {
         std::printf("no hardware volume node on its signal paths\n");
         return;
     }
-    std::printf("%zu hardware volume node%s, nearest first\n", nodes.size(),
-                nodes.size() == 1 ? "" : "s");
+    std::printf("%s, nearest first\n", counted(nodes.size(), "hardware volume node").c_str());
     for (const auto& node : nodes) {
         std::printf("node %u: %s, beside connector %s (%s)\n", node["node"].get<unsigned int>(),
                     node["volume_node"].get<std::string>().c_str(),
@@ -216,8 +215,8 @@ int volumePath(VolumePathOptions o, const GlobalOptions& global) {
         if (*o.node >= nodes.size()) {
             printError(
                 "there is no node " + std::to_string(*o.node) + ": the path has " +
-                std::to_string(nodes.size()) + " volume node" +
-                (nodes.size() == 1 ? " (0)" : "s (0-" + std::to_string(nodes.size() - 1) + ")"));
+                counted(nodes.size(), "volume node") +
+                (nodes.size() == 1 ? " (0)" : " (0-" + std::to_string(nodes.size() - 1) + ")"));
             return EXIT_USAGE;
         }
         int code = applyToNode(o, nodes[*o.node], why);
@@ -260,7 +259,7 @@ std::optional<qel::Uint32> findInput(const SoundCard::InputSelector& selector,
             return qel::Uint32(index);
         }
         why = "there is no input " + wanted + ": " + text(selector.part.name()) + " has " +
-              std::to_string(inputs.size()) + " inputs";
+              counted(inputs.size(), "input");
         return std::nullopt;
     }
     const std::string key = lowered(wanted);
@@ -312,7 +311,7 @@ void printSelectors(const nlohmann::ordered_json& report) {
         std::printf("no input selectors\n");
         return;
     }
-    std::printf("%zu input selector%s\n", selectors.size(), selectors.size() == 1 ? "" : "s");
+    std::printf("%s\n", counted(selectors.size(), "input selector").c_str());
     for (const auto& s : selectors) {
         std::printf("selector %u: %s on %s\n", s["selector"].get<unsigned int>(),
                     s["name"].get<std::string>().c_str(), s["device"].get<std::string>().c_str());
@@ -359,7 +358,7 @@ int inputSelectors(const SelectorOptions& o, const GlobalOptions& global) {
         const unsigned int which = o.selector.value_or(0);
         if (which >= selectors.size()) {
             printError("there is no selector " + std::to_string(which) + ": " + cardName(*card) +
-                       " has " + std::to_string(selectors.size()));
+                       " has " + counted(selectors.size(), "input selector"));
             return EXIT_USAGE;
         }
         std::optional<qel::Uint32> input = findInput(selectors[which], *o.select, why);

@@ -95,9 +95,9 @@ std::string linkList(const nlohmann::ordered_json& links) {
 void printTopology(const nlohmann::ordered_json& report) {
     const auto& connectors = report["connectors"];
     const auto& devices = report["devices"];
-    std::printf("%s: %zu connectors on %zu devices\n",
-                report["card"]["name"].get<std::string>().c_str(), connectors.size(),
-                devices.size());
+    std::printf("%s: %s on %s\n", report["card"]["name"].get<std::string>().c_str(),
+                counted(connectors.size(), "connector").c_str(),
+                counted(devices.size(), "device").c_str());
     for (const auto& device : devices) {
         const std::string kind = device["kind"].get<std::string>();
         std::printf("%s %s", kind.c_str(), device["id"].get<std::string>().c_str());

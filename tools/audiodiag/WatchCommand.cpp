@@ -340,8 +340,8 @@ int watch(const WatchOptions& o, const GlobalOptions& global) {
     if (global.json) {
         std::printf("%s\n", begin.dump().c_str());
     } else {
-        std::printf("watching %zu sound cards with %zu endpoints%s\n", watch.cards(),
-                    watch.endpoints(),
+        std::printf("watching %s with %s%s\n", counted(watch.cards(), "sound card").c_str(),
+                    counted(watch.endpoints(), "endpoint").c_str(),
                     o.seconds ? ""
                     : o.count ? ""
                               : "; Ctrl-C stops");
