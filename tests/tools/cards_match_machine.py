@@ -205,4 +205,15 @@ for e in endpoints:
         for channel in node["channels"]:
             if not channel["min_db"] <= channel["level_db"] <= channel["max_db"]:
                 fail(f"{e['id']} node {node['node']}: level outside its range")
+# ---- watch: a machine without a script shows what it watches, and nothing happens
+started = run("watch", "--seconds", "0.2", json_output=False).splitlines()
+count = sum(len(c["playback"]) + len(c["record"]) for c in shown)
+if len(started) != 1 or not started[0].startswith(f"watching {len(shown)} sound card"):
+    fail(f"watch printed {started}")
+done = subprocess.run([audiodiag, "--machine", name, "watch", "--seconds", "0.2", "--json"],
+                      capture_output=True, text=True, env=environment)
+lines = done.stdout.splitlines()
+if done.returncode or done.stderr or len(lines) != 1 or json.loads(lines[0]) != {
+        "time_s": 0.0, "event": "watching", "cards": len(shown), "endpoints": count}:
+    fail(f"watch --json: exit {done.returncode}, {done.stdout!r} {done.stderr!r}")
 print(f"{name}: {len(shown)} cards match the description")
